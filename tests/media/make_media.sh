@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Makes the test files of the project into OUTDIR with the tools the tests
+# compare against. Every file is made from scratch, so a test never depends on
+# bytes typed by hand.
+set -euo pipefail
+out=${1:?usage: make_media.sh OUTDIR}
+mkdir -p "$out"
+cd "$out"
+
+# A spoken clip: the material a voice recorder lives on.
+espeak-ng -w speech_src.wav "Quillaphonics records speech without losing a second of it. One, two, three, four, five." 2>/dev/null
+
+# PCM WAVs across widths, channel counts and rates.
+for rate in 8000 11025 22050 44100 48000; do
+  sox -n -r "$rate" -b 16 -c 1 "pcm_s16_mono_${rate}.wav" synth 0.7 sine 440 gain -3
+done
+sox -n -r 22050 -b 8 -c 1 pcm_u8_mono_22050.wav synth 0.5 sine 300 gain -6
+sox -n -r 11025 -b 8 -c 2 pcm_u8_stereo_11025.wav synth 0.5 sine 300 sine 500 gain -6
+sox -n -r 44100 -b 16 -c 2 pcm_s16_stereo_44100.wav synth 1.0 sine 440 sine 660 gain -3
+sox speech_src.wav -r 16000 -b 16 -c 1 pcm_s16_speech_16000.wav
+sox speech_src.wav -r 44100 -b 16 -c 2 pcm_s16_speech_stereo_44100.wav
+
+touch .made
