@@ -1,0 +1,69 @@
+#include "app/start_up.h"
+
+#include "app/headless_shell.h"
+#include "liba/text.h"
+#include "os/application.h"
+#include "os/log.h"
+#include "os/path.h"
+
+#include <unistd.h>
+
+namespace {
+
+constexpr const wchar_t* kAppName = L"Quillaphonics";
+
+std::wstring current_folder()
+{
+    char buf[4096];
+    if (!::getcwd(buf, sizeof buf))
+        return L"";
+    return liba::from_utf8(buf);
+}
+
+bool is_keyword(const std::wstring& line)
+{
+    return line.empty() || line == kHideCommand || line == kRunAtTimeCommand;
+}
+
+} // namespace
+
+std::wstring compose_command_line(const std::vector<std::string>& args, const std::wstring& working_folder)
+{
+    std::wstring line;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (i > 0)
+            line += L' ';
+        line += liba::from_utf8(args[i]);
+    }
+    if (is_keyword(line) || working_folder.empty())
+        return line;
+    // Macros and quoted paths are handed on as they are.
+    if (line[0] == L'%' || line[0] == L'"')
+        return line;
+    return os::make_absolute(line, working_folder);
+}
+
+int run_quillaphonics(const std::vector<std::string>& args)
+{
+    os::Application app(kAppName);
+    std::wstring command_line = compose_command_line(args, current_folder());
+    if (app.find_running_instance(command_line))
+        return 0;
+    if (os::Application::quit_signalled())
+        return 0;
+
+    os::log() << "cmd_line[" << command_line << "] \n";
+
+    // Until the main window exists the program runs headless: the shell acts
+    // on command lines and the loop runs without a window.
+    HeadlessShell shell;
+    if (!app.listen_for_command_lines([&shell](const std::wstring& line) { shell.on_command_line(line); }))
+        os::log() << "start-up: later starts can't reach this instance\n";
+    shell.on_first_command_line(command_line);
+    app.release_instance_lock();
+
+    app.loop().run();
+
+    app.stop_listening();
+    return 0;
+}

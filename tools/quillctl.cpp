@@ -1,0 +1,101 @@
+// quillctl: the command-line companion of Quillaphonics. It works on files
+// through the program's own stages and remote-controls a running program.
+// Exit status: 0 done, 1 the work failed (one line on standard error), 2 the
+// command line is wrong.
+
+#include "liba/text.h"
+#include "os/log.h"
+#include "os/path.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+using Args = std::vector<std::string>;
+
+struct Command {
+    const char* name;
+    const char* synopsis;
+    const char* help;
+    int (*run)(const Args& args);
+};
+
+int fail(const std::string& what, const std::string& why)
+{
+    std::fprintf(stderr, "quillctl: %s: %s\n", what.c_str(), why.c_str());
+    return kFailed;
+}
+
+int cmd_log(const Args& args)
+{
+    if (args.size() != 1 || (args[0] != "on" && args[0] != "off"))
+        return -1;
+    os::init_path_macros();
+    if (!os::ensure_app_data())
+        return fail("log", "can't create " + liba::to_utf8(os::expand_path(L"%app_data%")));
+    if (!os::set_log_switch(args[0] == "on"))
+        return fail("log", "can't write " + liba::to_utf8(os::expand_path(L"%app_data%/registry.xml")));
+    return kDone;
+}
+
+const Command kCommands[] = {
+    {"log", "log on|off",
+     "Switches the program's log on or off. While on, the program writes\n"
+     "%app_data%/Quillaphonics.txt (UTF-16), truncated at each switch-on.\n",
+     cmd_log},
+};
+
+void print_usage(FILE* to)
+{
+    std::fprintf(to, "usage: quillctl COMMAND ARGS...\n\ncommands:\n");
+    for (const auto& c : kCommands)
+        std::fprintf(to, "  quillctl %s\n", c.synopsis);
+    std::fprintf(to, "\n'quillctl COMMAND --help' describes a command.\n");
+}
+
+const Command* find_command(const std::string& name)
+{
+    for (const auto& c : kCommands)
+        if (name == c.name)
+            return &c;
+    return nullptr;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Args all(argv + 1, argv + argc);
+    if (all.empty()) {
+        print_usage(stderr);
+        return kUsage;
+    }
+    if (all[0] == "--help" || all[0] == "-h" || all[0] == "help") {
+        print_usage(stdout);
+        return kDone;
+    }
+    const Command* command = find_command(all[0]);
+    if (!command) {
+        std::fprintf(stderr, "quillctl: unknown command '%s'\n", all[0].c_str());
+        print_usage(stderr);
+        return kUsage;
+    }
+    Args args(all.begin() + 1, all.end());
+    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
+        std::printf("usage: quillctl %s\n\n%s", command->synopsis, command->help);
+        return kDone;
+    }
+    int result = command->run(args);
+    if (result < 0) {
+        std::fprintf(stderr, "usage: quillctl %s\n", command->synopsis);
+        return kUsage;
+    }
+    return result;
+}
