@@ -16,14 +16,6 @@ uint32_t tick_count()
     return static_cast<uint32_t>(ms);
 }
 
-// The timer's side of the scheduler: the due time and whether its completion
-// is already queued, so that a scan never posts the same timer twice.
-struct CActiveScheduler::TimerEntry {
-    CActive* active = nullptr;
-    uint32_t due = 0;
-    bool posted = false;
-};
-
 CActive::~CActive()
 {
     if (is_active())
@@ -183,7 +175,13 @@ void CActiveScheduler::on_platform_timer()
 
 void CActiveScheduler::add_timer(TimerEntry* entry) { timers_.push_back(entry); }
 
-void CActiveScheduler::remove_timer(TimerEntry* entry) { timers_.remove(entry); }
+void CActiveScheduler::remove_timer(TimerEntry* entry)
+{
+    timers_.remove(entry);
+    // With no timer left the platform timer has nothing to wake for.
+    if (timers_.empty())
+        timer_armed_ = false;
+}
 
 void CActiveScheduler::scan_timers()
 {

@@ -77,7 +77,13 @@ public:
     void on_platform_timer();
 
     // --- liba::Timer's side ---
-    struct TimerEntry;
+    // A timer as the scheduler sees it: its completion object, its due tick,
+    // and whether its completion is queued, so a scan never posts it twice.
+    struct TimerEntry {
+        CActive* active = nullptr;
+        uint32_t due = 0;
+        bool posted = false;
+    };
     void add_timer(TimerEntry* entry);
     void remove_timer(TimerEntry* entry);
     void scan_timers();
