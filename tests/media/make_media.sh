@@ -20,4 +20,16 @@ sox -n -r 44100 -b 16 -c 2 pcm_s16_stereo_44100.wav synth 1.0 sine 440 sine 660 
 sox speech_src.wav -r 16000 -b 16 -c 1 pcm_s16_speech_16000.wav
 sox speech_src.wav -r 44100 -b 16 -c 2 pcm_s16_speech_stereo_44100.wav
 
+# Block codecs of the WAV family.
+sox pcm_s16_speech_16000.wav -r 8000 -c 1 -e ms-adpcm adpcm_mono_8000.wav
+sox pcm_s16_speech_stereo_44100.wav -r 22050 -e ms-adpcm adpcm_stereo_22050.wav
+sox pcm_s16_speech_16000.wav -r 8000 -c 1 -e gsm-full-rate gsm_mono_8000.wav
+
+# Compressed formats, each from the same speech.
+lame --quiet -b 64 pcm_s16_speech_16000.wav mp3_cbr64_16000.mp3
+lame --quiet -b 128 pcm_s16_speech_stereo_44100.wav mp3_cbr128_stereo_44100.mp3
+oggenc --quiet -q 3 -o vorbis_q3_stereo_44100.ogg pcm_s16_speech_stereo_44100.wav
+mpcenc --silent --overwrite pcm_s16_speech_stereo_44100.wav musepack_stereo_44100.mpc 2>/dev/null
+ffmpeg -loglevel error -y -i pcm_s16_speech_stereo_44100.wav -c:a wmav2 -b:a 64k wma_stereo_44100.wma
+
 touch .made
