@@ -5,6 +5,9 @@
 #include "os/path.h"
 
 #include <atomic>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <chrono>
 #include <thread>
 
@@ -59,41 +62,76 @@ void Log::check_switch()
     StoreStamp now = Registry::stamp();
     if (checked_ && now == stamp_)
         return;
+    bool first_look = !checked_;
     checked_ = true;
     stamp_ = now;
     uint32_t value = 0;
-    switch_to(Registry::read_dword(kSwitchKey, kSwitchName, value) && value != 0);
+    // A switch found on at the first look was on before this process began:
+    // its log belongs to whoever switched it on, and this process adds to it.
+    // A switch turned on while the process runs starts the file afresh.
+    switch_to(Registry::read_dword(kSwitchKey, kSwitchName, value) && value != 0, !first_look);
 }
 
-void Log::switch_to(bool on)
+void Log::start_afresh()
 {
-    if (on == (file_ != nullptr))
+    liba::Lock lock(lock_);
+    if (fd_ < 0)
         return;
-    if (!on) {
-        file_.reset();
+    close_file();
+    open_file(true);
+}
+
+void Log::switch_to(bool on, bool truncate)
+{
+    if (on == (fd_ >= 0))
+        return;
+    if (on)
+        open_file(truncate);
+    else
+        close_file();
+}
+
+void Log::open_file(bool truncate)
+{
+    ensure_app_data();
+    std::string path = native_path(expand_path(kLogFile));
+    int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (truncate ? O_TRUNC : 0);
+    int fd = ::open(path.c_str(), flags, 0644);
+    if (fd < 0)
+        return;
+    struct stat st {};
+    if (::fstat(fd, &st) == 0 && st.st_size == 0 &&
+        ::write(fd, kByteOrderMark, sizeof kByteOrderMark) != sizeof kByteOrderMark) {
+        ::close(fd);
         return;
     }
-    ensure_app_data();
-    auto file = std::make_unique<File>(kLogFile, File::kWrite);
-    if (!file->good())
-        return;
-    file->write(kByteOrderMark, sizeof kByteOrderMark);
-    file_ = std::move(file);
+    fd_ = fd;
+}
+
+void Log::close_file()
+{
+    if (fd_ >= 0)
+        ::close(fd_);
+    fd_ = -1;
 }
 
 bool Log::is_on()
 {
     liba::Lock lock(lock_);
-    return file_ != nullptr;
+    return fd_ >= 0;
 }
 
 void Log::write_utf16(std::wstring_view text)
 {
     liba::Lock lock(lock_);
-    if (!file_ || text.empty())
+    if (fd_ < 0 || text.empty())
         return;
     std::string bytes = liba::to_utf16le_bytes(text);
-    file_->write(bytes.data(), bytes.size());
+    // One write per piece: with O_APPEND another process's pieces fall
+    // between ours, never inside them.
+    if (::write(fd_, bytes.data(), bytes.size()) < 0) {
+        // A log that can't be written is not worth stopping for.
+    }
 }
 
 Log& Log::operator<<(std::wstring_view text)
@@ -133,8 +171,8 @@ void Log::flush()
     // must not hang on a holder that never lets go.
     for (int attempt = 0; attempt < 200; ++attempt) {
         if (lock_.try_enter()) {
-            if (file_)
-                file_->flush();
+            if (fd_ >= 0)
+                ::fdatasync(fd_);
             lock_.leave();
             return;
         }

@@ -3,10 +3,7 @@
 #include "liba/critical_section.h"
 #include "liba/fatal.h"
 #include "liba/nocopy.h"
-#include "os/file.h"
 #include "os/registry.h"
-
-#include <memory>
 
 #include <string>
 #include <string_view>
@@ -53,6 +50,11 @@ public:
     // Looks at the switch; os::log() does this on every call.
     void check_switch();
 
+    // Empties the log file, when the log is on: the first instance of the
+    // program starts a fresh log, while a start that only hands its command
+    // line over adds to the running instance's.
+    void start_afresh();
+
 private:
     friend Log& log();
     Log() = default;
@@ -60,10 +62,15 @@ private:
 
     Log& write_integer(long long value, bool is_unsigned);
     void write_utf16(std::wstring_view text);
-    void switch_to(bool on);
+    void switch_to(bool on, bool truncate);
+    void open_file(bool truncate);
+    void close_file();
 
     liba::CriticalSection lock_; // guards everything below
-    std::unique_ptr<File> file_; // the log file while on
+    // The log file while on, opened for appending: several processes of the
+    // program (a running one and a start that hands over) share it, and
+    // appends keep their lines whole.
+    int fd_ = -1;
     bool checked_ = false;       // whether the switch has been looked at yet
     StoreStamp stamp_;           // the registry store as last looked at
 };
