@@ -52,6 +52,7 @@ int run_quillaphonics(const std::vector<std::string>& args)
     if (os::Application::quit_signalled())
         return 0;
 
+    os::log().start_afresh();
     os::log() << "cmd_line[" << command_line << "] \n";
 
     // Until the main window exists the program runs headless: the shell acts

@@ -74,9 +74,8 @@ Application::Application(const std::wstring& name) : name_(name), class_name_(L"
     g_instance = this;
 
     liba::FatalHooks hooks;
-    hooks.flush = [] { log().flush(); };
     hooks.report = report_in_message_box;
-    liba::set_fatal_hooks(hooks);
+    install_log_fatal_flush(hooks);
 
     init_path_macros();
     if (!ensure_app_data())
