@@ -1,0 +1,258 @@
+// Start-up and shutdown of the real program: the single instance, the
+// command-line handover and the quit signals, driven as a user's shell would.
+#include "app/start_up.h"
+#include "liba/text.h"
+#include "tests/app/program_runner.h"
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+size_t count_of(const std::wstring& text, const std::wstring& what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::wstring::npos; at = text.find(what, at + 1))
+        ++n;
+    return n;
+}
+
+class StartUp : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(test::quillctl("log on"), 0);
+        socket = home.runtime() / "SkinnerClass_Quillaphonics";
+    }
+    void TearDown() override { test::kill_started(); }
+    // Starts the first instance and waits until it listens.
+    void start_first(const std::vector<std::string>& args = {"-hide"})
+    {
+        first = test::start_program("quillaphonics", args);
+        ASSERT_TRUE(test::wait_for([&] { return fs::exists(socket); }, 10000)) << "the first start never listened";
+    }
+    std::wstring log() const { return test::read_log(home.app_data()); }
+
+    test::PrivateHome home;
+    fs::path socket;
+    test::Process first;
+};
+
+TEST_F(StartUp, SecondStartHandsItsRelativePathToTheFirstAndTermEndsIt)
+{
+    start_first();
+    test::TempDir elsewhere;
+    auto begin = std::chrono::steady_clock::now();
+    auto second = test::start_program("quillaphonics", {"notes.wav"}, elsewhere.path());
+    EXPECT_EQ(second.wait(5000), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+
+    std::wstring expected = L"on_command_line[" + liba::from_utf8((elsewhere.path() / "notes.wav").string()) + L"]";
+    EXPECT_TRUE(test::wait_for([&] { return log().find(expected) != std::wstring::npos; }, 2000)) << liba::to_utf8(log());
+
+    begin = std::chrono::steady_clock::now();
+    first.signal(SIGTERM);
+    EXPECT_EQ(first.wait(5000), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    std::wstring text = log();
+    // Both processes, the one that handed over and the one that ran, end
+    // through the same steps, into the same log.
+    for (int step = 1; step <= 4; ++step)
+        EXPECT_EQ(count_of(text, L" Application::~Application " + std::to_wstring(step) + L"\n"), 2u) << step;
+    EXPECT_FALSE(fs::exists(socket)) << "a cleanly ended instance leaves no socket behind";
+}
+
+TEST_F(StartUp, SimultaneousStartsLeaveOneInstanceAndEachLineArrivesOnce)
+{
+    constexpr int kStarts = 8;
+    std::vector<test::Process> starts;
+    for (int i = 0; i < kStarts; ++i)
+        starts.push_back(test::start_program("quillaphonics", {"/music/take" + std::to_string(i) + ".wav"}));
+
+    // All but one hand over and end; the one that remains is the first instance.
+    ASSERT_TRUE(test::wait_for([&] {
+        int alive = 0;
+        for (auto& p : starts)
+            if (p.pid > 0 && p.wait(0) == -1 && p.running())
+                ++alive;
+        return alive == 1;
+    }, 20000));
+    for (auto& p : starts)
+        if (p.pid > 0)
+            first = p;
+    ASSERT_TRUE(first.running());
+
+    std::wstring text;
+    ASSERT_TRUE(test::wait_for([&] {
+        text = log();
+        return count_of(text, L"command line: play file [") == kStarts;
+    }, 5000)) << liba::to_utf8(text);
+    for (int i = 0; i < kStarts; ++i)
+        EXPECT_EQ(count_of(text, L"play file [/music/take" + std::to_wstring(i) + L".wav]"), 1u)
+            << "take" << i << "\n" << liba::to_utf8(text);
+    EXPECT_EQ(count_of(text, L"cmd_line["), 1u) << "exactly one first instance";
+    first.signal(SIGTERM);
+    EXPECT_EQ(first.wait(5000), 0);
+}
+
+TEST_F(StartUp, HideToARunningInstanceChangesNothingAndKeywordsMatchWholeLinesOnly)
+{
+    start_first();
+    EXPECT_EQ(test::start_program("quillaphonics", {"-hide"}).wait(5000), 0);
+    EXPECT_EQ(test::start_program("quillaphonics", {"AppRunAtTime"}).wait(5000), 0);
+    // With a trailing blank it is a file name, made absolute like any other.
+    EXPECT_EQ(test::start_program("quillaphonics", {"AppRunAtTime", ""}, "/").wait(5000), 0);
+    ASSERT_TRUE(test::wait_for([&] { return count_of(log(), L"on_command_line[") == 3; }, 3000));
+    std::wstring text = log();
+    EXPECT_EQ(count_of(text, L"command line: scheduled recording is due"), 1u);
+    EXPECT_EQ(count_of(text, L"command line: play file [/AppRunAtTime ]"), 1u) << liba::to_utf8(text);
+    EXPECT_EQ(count_of(text, L"command line: "), 2u) << "-hide does nothing at all";
+}
+
+// Sends raw bytes as a later start would and returns the answer byte, or -1.
+int send_raw(const fs::path& socket, const std::string& bytes)
+{
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, socket.c_str(), sizeof addr.sun_path - 1);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (n <= 0)
+            break;
+        sent += static_cast<size_t>(n);
+    }
+    // Like a sender that died: nothing more comes.
+    ::shutdown(fd, SHUT_WR);
+    unsigned char answer;
+    ssize_t got = ::recv(fd, &answer, 1, 0);
+    ::close(fd);
+    return got == 1 ? answer : -1;
+}
+
+std::string framed(const std::string& payload)
+{
+    uint32_t n = static_cast<uint32_t>(payload.size());
+    std::string header = {char(n & 0xFF), char((n >> 8) & 0xFF), char((n >> 16) & 0xFF), char(n >> 24)};
+    return header + payload;
+}
+
+TEST_F(StartUp, OverlongOrBrokenLinesAreIgnoredAndStillAnswered)
+{
+    start_first();
+    std::string too_long = liba::to_utf16le_bytes(std::wstring(32769, L'x'));
+    EXPECT_EQ(send_raw(socket, framed(too_long)), 0);
+    std::string lone_surrogate("\x00\xD8" "a\x00", 4);
+    EXPECT_EQ(send_raw(socket, framed(lone_surrogate)), 0);
+    EXPECT_EQ(send_raw(socket, framed("abc")), 0) << "an odd byte count is not UTF-16";
+    EXPECT_EQ(send_raw(socket, framed("abcd").substr(0, 6)), -1) << "a line cut short is dropped without an answer";
+    // Exactly the limit is still a command line.
+    EXPECT_EQ(send_raw(socket, framed(liba::to_utf16le_bytes(L"/" + std::wstring(32767, L'y')))), 1);
+    EXPECT_EQ(send_raw(socket, framed(liba::to_utf16le_bytes(L"/tmp/\u00e9t\u00e9 \U0001F3B5.wav"))), 1);
+
+    std::wstring text = log();
+    EXPECT_EQ(count_of(text, L"ignored a command line of 65538 bytes"), 1u) << liba::to_utf8(text);
+    EXPECT_EQ(count_of(text, L"ignored a command line that is not valid UTF-16"), 2u);
+    EXPECT_EQ(count_of(text, L"play file [/tmp/\u00e9t\u00e9 \U0001F3B5.wav]"), 1u);
+    EXPECT_TRUE(first.running());
+}
+
+TEST_F(StartUp, AKilledInstanceLeavesNothingThatStopsTheNext)
+{
+    start_first();
+    first.signal(SIGKILL);
+    first.wait(2000);
+    ASSERT_TRUE(fs::exists(socket)) << "the killed instance's socket file stays behind";
+    first = test::start_program("quillaphonics", {"/a.wav"});
+    // Once it has logged its command line it holds the instance lock, so the
+    // next start waits for it rather than taking the stale socket for nobody.
+    ASSERT_TRUE(test::wait_for([&] { return log().find(L"cmd_line[/a.wav]") != std::wstring::npos; }, 10000));
+    EXPECT_EQ(test::start_program("quillaphonics", {"/b.wav"}).wait(5000), 0);
+    EXPECT_TRUE(test::wait_for([&] { return log().find(L"on_command_line[/b.wav]") != std::wstring::npos; }, 3000));
+}
+
+TEST_F(StartUp, ConnectionsOfAnotherUserAreRefused)
+{
+    if (::getuid() != 0)
+        GTEST_SKIP() << "needs root to connect as another user";
+    start_first();
+    ::chmod(home.root().c_str(), 0755);
+    ::chmod(home.runtime().c_str(), 0755);
+    ::chmod(socket.c_str(), 0777);
+    pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0)
+            ::_exit(10);
+        int answer = send_raw(socket, framed(liba::to_utf16le_bytes(L"/intruder.wav")));
+        ::_exit(answer == -1 ? 0 : 11);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the other user got an answer";
+    EXPECT_TRUE(test::wait_for([&] { return log().find(L"refused a connection of user 65534") != std::wstring::npos; }, 3000));
+    EXPECT_EQ(log().find(L"intruder"), std::wstring::npos);
+}
+
+TEST(CommandLine, JoinsWithBlanksAndAnchorsRelativePaths)
+{
+    EXPECT_EQ(compose_command_line({}, L"/home/u"), L"");
+    EXPECT_EQ(compose_command_line({"-hide"}, L"/home/u"), L"-hide");
+    EXPECT_EQ(compose_command_line({"AppRunAtTime"}, L"/home/u"), L"AppRunAtTime");
+    EXPECT_EQ(compose_command_line({"my", "notes.wav"}, L"/home/u"), L"/home/u/my notes.wav");
+    EXPECT_EQ(compose_command_line({"../x/./y.mp3"}, L"/home/u/music"), L"/home/u/x/y.mp3");
+    EXPECT_EQ(compose_command_line({"/abs/z.wav"}, L"/home/u"), L"/abs/z.wav");
+    EXPECT_EQ(compose_command_line({"%my_documents%/z.wav"}, L"/home/u"), L"%my_documents%/z.wav");
+    EXPECT_EQ(compose_command_line({"\"quoted.wav\""}, L"/home/u"), L"\"quoted.wav\"");
+    EXPECT_EQ(compose_command_line({"\xc3\xa9t\xc3\xa9.wav"}, L"/h"), L"/h/\u00e9t\u00e9.wav");
+}
+
+TEST(Quillctl, UnknownCommandOrBadArgumentsExitTwoWithUsage)
+{
+    std::string out;
+    EXPECT_EQ(test::run((test::program_dir() / "quillctl").string() + " frobnicate 2>&1", &out), 2);
+    EXPECT_NE(out.find("usage: quillctl"), std::string::npos);
+    EXPECT_EQ(test::quillctl("log maybe 2>/dev/null"), 2);
+    EXPECT_EQ(test::quillctl("2>/dev/null"), 2);
+    EXPECT_EQ(test::quillctl("--help", &out), 0);
+    EXPECT_NE(out.find("quillctl log on|off"), std::string::npos);
+}
+
+TEST(Quillctl, LogSwitchMakesTheProgramWriteAUtf16Log)
+{
+    test::PrivateHome home;
+    ASSERT_EQ(test::quillctl("log on"), 0);
+    auto p = test::start_program("quillaphonics", {"-hide"});
+    fs::path file = home.app_data() / "Quillaphonics.txt";
+    ASSERT_TRUE(test::wait_for([&] { return test::read_log(home.app_data()).find(L"cmd_line[-hide] \n") != std::wstring::npos; }, 10000));
+    std::string bytes = test::read_file(file);
+    ASSERT_GE(bytes.size(), 2u);
+    EXPECT_EQ(bytes.substr(0, 2), std::string("\xFF\xFE", 2));
+    p.signal(SIGTERM);
+    EXPECT_EQ(p.wait(5000), 0);
+
+    ASSERT_EQ(test::quillctl("log off"), 0);
+    fs::remove(file);
+    p = test::start_program("quillaphonics", {"-hide"});
+    ASSERT_TRUE(test::wait_for([&] { return fs::exists(home.runtime() / "SkinnerClass_Quillaphonics"); }, 10000));
+    p.signal(SIGTERM);
+    EXPECT_EQ(p.wait(5000), 0);
+    EXPECT_FALSE(fs::exists(file)) << "with the log off nothing is written";
+}
+
+} // namespace
