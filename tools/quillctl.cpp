@@ -3,22 +3,20 @@
 // Exit status: 0 done, 1 the work failed (one line on standard error), 2 the
 // command line is wrong.
 
-#include "liba/text.h"
-#include "os/log.h"
-#include "os/path.h"
+#include "tools/commands.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
-#include <vector>
+
+namespace quillctl {
+
+int fail(const std::string& what, const std::string& why)
+{
+    std::fprintf(stderr, "quillctl: %s: %s\n", what.c_str(), why.c_str());
+    return kFailed;
+}
 
 namespace {
-
-constexpr int kDone = 0;
-constexpr int kFailed = 1;
-constexpr int kUsage = 2;
-
-using Args = std::vector<std::string>;
 
 struct Command {
     const char* name;
@@ -27,24 +25,7 @@ struct Command {
     int (*run)(const Args& args);
 };
 
-int fail(const std::string& what, const std::string& why)
-{
-    std::fprintf(stderr, "quillctl: %s: %s\n", what.c_str(), why.c_str());
-    return kFailed;
-}
-
-int cmd_log(const Args& args)
-{
-    if (args.size() != 1 || (args[0] != "on" && args[0] != "off"))
-        return -1;
-    os::init_path_macros();
-    if (!os::ensure_app_data())
-        return fail("log", "can't create " + liba::to_utf8(os::expand_path(L"%app_data%")));
-    if (!os::set_log_switch(args[0] == "on"))
-        return fail("log", "can't write " + liba::to_utf8(os::expand_path(L"%app_data%/registry.xml")));
-    return kDone;
-}
-
+// One row per command, in the order the usage lists them.
 const Command kCommands[] = {
     {"log", "log on|off",
      "Switches the program's log on or off. While on, the program writes\n"
@@ -69,9 +50,11 @@ const Command* find_command(const std::string& name)
 }
 
 } // namespace
+} // namespace quillctl
 
 int main(int argc, char** argv)
 {
+    using namespace quillctl;
     Args all(argv + 1, argv + argc);
     if (all.empty()) {
         print_usage(stderr);
@@ -93,9 +76,7 @@ int main(int argc, char** argv)
         return kDone;
     }
     int result = command->run(args);
-    if (result < 0) {
+    if (result == kUsage)
         std::fprintf(stderr, "usage: quillctl %s\n", command->synopsis);
-        return kUsage;
-    }
     return result;
 }

@@ -76,6 +76,11 @@ TEST(SchedulerThreading, WorkersCompleteWhileTheMainThreadCancelsAndRearms)
         for (auto& j : jobs)
             if (!j.is_active())
                 j.arm();
+        // Each round waits for at least one completion, so the rounds really
+        // race the workers however slow the machine is.
+        long before = completed.load();
+        for (int spin = 0; completed.load() == before && spin < 1'000'000; ++spin)
+            std::this_thread::yield();
         scheduler.dispatch_posted();
         Job& victim = jobs[round % kJobs];
         if (victim.is_active()) {
@@ -94,7 +99,7 @@ TEST(SchedulerThreading, WorkersCompleteWhileTheMainThreadCancelsAndRearms)
     for (auto& j : jobs)
         runs += j.runs;
     EXPECT_FALSE(scheduler.has_posted());
-    EXPECT_GT(runs, kRounds);
+    EXPECT_GE(runs, kRounds) << "what was posted before a pass runs in that pass";
     EXPECT_LE(runs, completed.load()) << "a cancelled completion never runs";
     EXPECT_GT(cancels, 0);
 }
