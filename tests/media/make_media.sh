@@ -32,4 +32,33 @@ oggenc --quiet -q 3 -o vorbis_q3_stereo_44100.ogg pcm_s16_speech_stereo_44100.wa
 mpcenc --silent --overwrite pcm_s16_speech_stereo_44100.wav musepack_stereo_44100.mpc 2>/dev/null
 ffmpeg -loglevel error -y -i pcm_s16_speech_stereo_44100.wav -c:a wmav2 -b:a 64k wma_stereo_44100.wma
 
+# WAV readers and block codecs: Microsoft ADPCM at every block size sox makes
+# (256 to 2048 bytes a channel), and ADPCM and GSM from ffmpeg, whose files
+# put a LIST chunk before "data". Exact sources for the encoders, coded with
+# no dither, so that a coder of ours sees the samples sox's coder saw.
+sox pcm_s16_speech_16000.wav -r 8000 pcm_s16_speech_8000.wav
+for rate in 22050 44100 96000; do
+  sox pcm_s16_speech_16000.wav -r "$rate" -e ms-adpcm "adpcm_mono_${rate}.wav" trim 0 2
+done
+for rate in 8000 44100 96000; do
+  sox pcm_s16_speech_stereo_44100.wav -r "$rate" -e ms-adpcm "adpcm_stereo_${rate}.wav" trim 0 2
+done
+ffmpeg -loglevel error -y -i pcm_s16_speech_8000.wav -c:a adpcm_ms adpcm_ffmpeg_mono_8000.wav
+ffmpeg -loglevel error -y -i pcm_s16_speech_8000.wav -c:a libgsm_ms gsm_ffmpeg_mono_8000.wav
+sox -D pcm_s16_speech_8000.wav -e gsm-full-rate gsm_sox_of_speech_8000.wav
+sox -D pcm_s16_speech_16000.wav -e ms-adpcm adpcm_sox_of_speech_16000.wav
+sox -D pcm_s16_speech_stereo_44100.wav -e ms-adpcm adpcm_sox_of_speech_stereo_44100.wav
+# PCM with three channels as format tag 1; the same, and 24 bits, as sox
+# writes them by default (format tag 0xFFFE), which no reader takes.
+sox -n -t wavpcm -r 8000 -b 16 -c 3 pcm_s16_3ch_8000.wav synth 0.3 sine 300 sine 500 sine 700 gain -6
+sox -n -r 8000 -b 16 -c 3 refused_extensible_3ch.wav synth 0.3 sine 300 sine 500 sine 700 gain -6
+sox -n -r 8000 -b 24 -c 1 refused_extensible_24bit.wav synth 0.3 sine 300 gain -6
+# PCM with other chunks: ffmpeg puts a LIST (and a bext) chunk between "fmt "
+# and "data", and with -rf64 a JUNK chunk before "fmt ".
+ffmpeg -loglevel error -y -i pcm_s16_mono_22050.wav -c:a copy list_pcm_s16_mono_22050.wav
+ffmpeg -loglevel error -y -i pcm_s16_mono_22050.wav -c:a copy -write_bext 1 bext_pcm_s16_mono_22050.wav
+ffmpeg -loglevel error -y -i pcm_s16_mono_22050.wav -c:a copy -rf64 auto refused_junk_before_fmt.wav
+# No samples at all: a header of 44 bytes.
+sox -n -r 8000 -b 16 -c 1 empty_pcm_s16_8000.wav trim 0 0
+
 touch .made
