@@ -1,0 +1,139 @@
+// GIF, BMP and JPEG through SDL2_image. SDL2_image allocates what a header
+// claims before it reads the pixels, so each header's size is read here
+// first and held to kMaxImageSide.
+#include "skinner/image_loader.h"
+
+#include "os/log.h"
+
+#include <SDL_image.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+namespace skinner {
+
+namespace {
+
+uint32_t le16(const unsigned char* p) { return uint32_t(p[0]) | (uint32_t(p[1]) << 8); }
+uint32_t le32(const unsigned char* p) { return le16(p) | (le16(p + 2) << 16); }
+uint32_t be16(const unsigned char* p) { return (uint32_t(p[0]) << 8) | p[1]; }
+
+struct Size {
+    int64_t width = -1;
+    int64_t height = -1;
+};
+
+Size bmp_size(std::string_view bytes)
+{
+    constexpr size_t kInfoStart = 14;
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    if (bytes.size() < kInfoStart + 12)
+        return {};
+    const uint32_t info_size = le32(p + kInfoStart);
+    if (info_size == 12) // the old core header: 16-bit sizes
+        return {le16(p + 18), le16(p + 20)};
+    if (bytes.size() < kInfoStart + 16)
+        return {};
+    const int32_t w = int32_t(le32(p + 18));
+    const int32_t h = int32_t(le32(p + 22));
+    return {std::llabs(w), std::llabs(h)};
+}
+
+// The logical screen and every image descriptor up to the first image,
+// which is the one SDL2_image decodes.
+Size gif_size(std::string_view bytes)
+{
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    const size_t n = bytes.size();
+    if (n < 13)
+        return {};
+    Size s{le16(p + 6), le16(p + 8)};
+    size_t at = 13;
+    if (p[10] & 0x80)
+        at += 3u << ((p[10] & 7) + 1);
+    while (at < n) {
+        if (p[at] == 0x2C) { // image descriptor
+            if (at + 9 >= n)
+                return {};
+            s.width = std::max<int64_t>(s.width, le16(p + at + 5));
+            s.height = std::max<int64_t>(s.height, le16(p + at + 7));
+            return s;
+        }
+        if (p[at] != 0x21 || at + 2 >= n) // an extension, else nothing decodable
+            return {};
+        at += 2;
+        while (at < n && p[at] != 0)
+            at += size_t(p[at]) + 1;
+        ++at;
+    }
+    return {};
+}
+
+// The first start-of-frame marker holds the size.
+Size jpeg_size(std::string_view bytes)
+{
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    const size_t n = bytes.size();
+    if (n < 4 || p[0] != 0xFF || p[1] != 0xD8)
+        return {};
+    size_t at = 2;
+    while (at + 4 <= n) {
+        if (p[at] != 0xFF)
+            return {};
+        const unsigned marker = p[at + 1];
+        if (marker == 0xFF) { // fill byte
+            ++at;
+            continue;
+        }
+        if (marker == 0xD8 || marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7)) {
+            at += 2;
+            continue;
+        }
+        const size_t length = be16(p + at + 2);
+        const bool sof = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
+                         marker != 0xCC;
+        if (sof) {
+            if (at + 9 > n)
+                return {};
+            return {be16(p + at + 7), be16(p + at + 5)};
+        }
+        if (length < 2)
+            return {};
+        at += 2 + length;
+    }
+    return {};
+}
+
+} // namespace
+
+Surface decode_platform_image(std::string_view bytes, ImageKind kind, const std::wstring& name)
+{
+    const Size size = kind == ImageKind::gif ? gif_size(bytes)
+                      : kind == ImageKind::bmp ? bmp_size(bytes)
+                                               : jpeg_size(bytes);
+    if (size.width < 1 || size.height < 1 || size.width > kMaxImageSide || size.height > kMaxImageSide) {
+        os::log() << "decode_platform_image: " << name << " has no size or one beyond "
+                  << kMaxImageSide << ", refused\n";
+        return nullptr;
+    }
+    if (bytes.size() > size_t(INT32_MAX))
+        return nullptr;
+    SDL_RWops* rw = SDL_RWFromConstMem(bytes.data(), int(bytes.size()));
+    if (!rw)
+        return nullptr;
+    const char* type = kind == ImageKind::gif ? "GIF" : kind == ImageKind::bmp ? "BMP" : "JPG";
+    Surface loaded(IMG_LoadTyped_RW(rw, 1, type));
+    if (!loaded) {
+        os::log() << "decode_platform_image: " << name << ": " << IMG_GetError() << "\n";
+        return nullptr;
+    }
+    if (loaded->w > kMaxImageSide || loaded->h > kMaxImageSide)
+        return nullptr;
+    Surface converted(SDL_ConvertSurfaceFormat(loaded.get(), SDL_PIXELFORMAT_ARGB8888, 0));
+    if (!converted)
+        os::log() << "decode_platform_image: " << name << ": " << SDL_GetError() << "\n";
+    return converted;
+}
+
+} // namespace skinner
