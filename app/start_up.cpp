@@ -1,6 +1,7 @@
 #include "app/start_up.h"
 
 #include "app/headless_shell.h"
+#include "app/settings.h"
 #include "liba/text.h"
 #include "os/application.h"
 #include "os/log.h"
@@ -54,6 +55,9 @@ int run_quillaphonics(const std::vector<std::string>& args)
 
     os::log().start_afresh();
     os::log() << "cmd_line[" << command_line << "] \n";
+    // The settings live here until the Document that will own them exists.
+    Settings settings;
+    settings.load(kSettingsPath);
 
     // Until the main window exists the program runs headless: the shell acts
     // on command lines and the loop runs without a window.
@@ -66,5 +70,6 @@ int run_quillaphonics(const std::vector<std::string>& args)
     app.loop().run();
 
     app.stop_listening();
+    settings.save(kSettingsPath);
     return 0;
 }
