@@ -32,6 +32,39 @@ oggenc --quiet -q 3 -o vorbis_q3_stereo_44100.ogg pcm_s16_speech_stereo_44100.wa
 mpcenc --silent --overwrite pcm_s16_speech_stereo_44100.wav musepack_stereo_44100.mpc 2>/dev/null
 ffmpeg -loglevel error -y -i pcm_s16_speech_stereo_44100.wav -c:a wmav2 -b:a 64k wma_stereo_44100.wma
 
+# MPEG audio from lame at every rate it makes, mono and stereo, CBR from 8 to
+# 320 kbit/s, each with the LAME Info frame; sources peak at -6 dBFS so that a
+# decode never clips. Then tags of both versions, other layers, 12 kHz and free
+# format, and tags written by lame and ffmpeg.
+for spec in 8000:8:1 8000:64:2 11025:16:1 11025:48:2 16000:24:1 16000:160:2 \
+            22050:32:1 22050:96:2 24000:40:1 24000:128:2 32000:48:1 32000:320:2 \
+            44100:64:1 44100:128:2 48000:96:1 48000:320:2; do
+  IFS=: read -r rate kbps ch <<<"$spec"
+  mode=$([ "$ch" = 1 ] && echo mono || echo stereo)
+  sox -n -r "$rate" -b 16 -c "$ch" lame_src.wav synth 0.5 sine 200-$((rate * 2 / 5)) pinknoise norm -6
+  lame --quiet -b "$kbps" lame_src.wav "lame_${rate}_${kbps}_${mode}.mp3"
+done
+sox -n -r 44100 -b 16 -c 2 lame_src.wav synth 0.5 sine 300-6000 pinknoise norm -6
+lame --quiet -b 128 --tt Tagged --id3v1-only lame_src.wav lame_44100_128_stereo_id3v1.mp3
+lame --quiet -b 128 --tt Tagged --id3v2-only --pad-id3v2-size 3000 lame_src.wav lame_44100_128_stereo_id3v2.mp3
+lame --quiet -b 112 --tt Tagged --ta Both --add-id3v2 lame_src.wav lame_44100_112_stereo_id3both.mp3
+lame --quiet -b 64 -t lame_src.wav lame_44100_64_stereo_noinfo.mp3
+sox -n -r 44100 -b 16 -c 2 lame_src.wav synth 4 sine 300-6000 pinknoise norm -6
+lame --quiet -b 160 lame_src.wav long_44100_160_stereo.mp3
+ffmpeg -loglevel error -y -i lame_src.wav -t 1 -c:a mp2 -b:a 192k layer2_44100_stereo.mp2
+ffmpeg -loglevel error -y -i lame_src.wav -t 1 -ar 22050 -c:a mp2 -b:a 64k layer2_22050_stereo.mp2
+lame --quiet --freeformat -b 400 lame_src.wav freeformat_44100.mp3
+sox -n -r 12000 -b 16 -c 1 lame_src.wav synth 0.5 sine 440 norm -6
+lame --quiet -b 32 lame_src.wav rate12000_mono.mp3
+sox -n -r 22050 -b 16 -c 1 lame_src.wav synth 0.3 sine 440 norm -6
+lame --quiet -b 32 --tt "Caf$(printf '\xc3\xa9') Title" --ta "Lame Artist" --tl "Lame Album" --ty 1987 \
+  --tc "Lame comment" --tn 9 --tg 17 --id3v1-only lame_src.wav tag_lame_v1.mp3
+ffmpeg -loglevel error -y -i lame_src.wav -c:a libmp3lame -b:a 32k -write_id3v1 1 \
+  -metadata title="Ffmpeg Title" -metadata artist="Ffmpeg Artist" -metadata album="Ffmpeg Album" \
+  -metadata date=2004 -metadata comment="Ffmpeg comment" -metadata track=12 -metadata genre=Jazz \
+  tag_ffmpeg_v1.mp3
+rm -f lame_src.wav
+
 # WAV readers and block codecs: Microsoft ADPCM at every block size sox makes
 # (256 to 2048 bytes a channel), and ADPCM and GSM from ffmpeg, whose files
 # put a LIST chunk before "data". Exact sources for the encoders, coded with
