@@ -18,5 +18,6 @@ inline constexpr int kUsage = 2;
 int fail(const std::string& what, const std::string& why);
 
 int cmd_log(const Args& args);
+int cmd_skin(const Args& args);
 
 } // namespace quillctl

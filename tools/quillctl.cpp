@@ -31,6 +31,13 @@ const Command kCommands[] = {
      "Switches the program's log on or off. While on, the program writes\n"
      "%app_data%/Quillaphonics.txt (UTF-16), truncated at each switch-on.\n",
      cmd_log},
+    {"skin", "skin info SKIN [--size WxH]",
+     "info: prints what the skin is made for, as the program loads it: version,\n"
+     "devices, a native: WxH line per native size, the scale for the screen size\n"
+     "given (1 without --size) and a form: NAME line per form node. A skin the\n"
+     "program can't use (no description, cut short, a picture missing, ...)\n"
+     "fails with the reason.\n",
+     cmd_skin},
 };
 
 void print_usage(FILE* to)
