@@ -17,6 +17,7 @@ inline constexpr int kUsage = 2;
 // Prints "quillctl: WHAT: WHY" on standard error and returns kFailed.
 int fail(const std::string& what, const std::string& why);
 
+int cmd_list(const Args& args);
 int cmd_log(const Args& args);
 int cmd_skin(const Args& args);
 

@@ -27,6 +27,16 @@ struct Command {
 
 // One row per command, in the order the usage lists them.
 const Command kCommands[] = {
+    {"list", "list FILE [--save OUT]",
+     "Prints the entries of a list (M3U, ASX or either XML log, found by content;\n"
+     "a text file of paths is read as a plain M3U), one a line: the path as the\n"
+     "program opens it (relative paths mean the list's folder), a tab and the\n"
+     "title where the list has one.\n"
+     "  --save OUT  writes the entries to OUT in the format its extension names:\n"
+     "              .m3u, .asx, or .xml (the XML log the list was read as, else\n"
+     "              the \"multitracker\" one); relative paths are rewritten to\n"
+     "              name the same files from OUT's folder.\n",
+     cmd_list},
     {"log", "log on|off",
      "Switches the program's log on or off. While on, the program writes\n"
      "%app_data%/Quillaphonics.txt (UTF-16), truncated at each switch-on.\n",
