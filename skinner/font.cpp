@@ -62,6 +62,7 @@ using FontCache = std::map<FontKey, Font::Rep>;
 FontCache* g_fonts = nullptr;
 size_t g_font_objects = 0;
 std::string g_pinned_file;
+bool g_fontconfig_up = false;
 
 void font_born()
 {
@@ -74,6 +75,11 @@ void font_died()
     if (--g_font_objects == 0) {
         delete g_fonts;
         g_fonts = nullptr;
+        // Nothing else in the process asks fontconfig; its tables go with
+        // the last font and come back with the next.
+        if (g_fontconfig_up)
+            FcFini();
+        g_fontconfig_up = false;
     }
 }
 
@@ -133,6 +139,9 @@ void open_face(Font::Rep& rep)
     if (rep.underline)
         flags |= TTF_STYLE_UNDERLINE;
     TTF_SetFontStyle(rep.font, flags);
+    // Glyphs placed at fractions of a pixel, as the desktop sets text, so a
+    // word is as wide as its face says rather than a sum of rounded widths.
+    TTF_SetFontHinting(rep.font, TTF_HINTING_LIGHT_SUBPIXEL);
 }
 
 void build_rep(Font::Rep& rep, const Spec& spec, int scale)
@@ -181,6 +190,7 @@ std::string Font::match_face_file(const std::wstring& name, bool bold, bool ital
 {
     if (!FcInit())
         return {};
+    g_fontconfig_up = true;
     FcPattern* pattern = FcPatternCreate();
     const std::string family = liba::to_utf8(name);
     FcPatternAddString(pattern, FC_FAMILY, reinterpret_cast<const FcChar8*>(family.c_str()));
@@ -215,6 +225,8 @@ Font::Font(const Font& other) : rep_(other.rep_), scale_(other.scale_)
 
 Font& Font::operator=(const Font& other)
 {
+    if (this == &other)
+        return *this;
     if (other.rep_)
         ++other.rep_->references;
     release();
@@ -282,6 +294,8 @@ Point Font::text_size(const std::wstring& text) const
         return {};
     return Point{width_of(text), TTF_FontHeight(rep_->font)};
 }
+
+int Font::ascent() const { return is_usable() ? TTF_FontAscent(rep_->font) : 0; }
 
 void Font::draw_text(Canvas& canvas, Color color, const std::wstring& text, Point position, Point size,
                      int horizontal, int vertical) const

@@ -47,6 +47,8 @@ public:
                                   Point size, int horizontal, int vertical) const;
     // Width of the text (0 for empty text) and the line height, in pixels.
     Point text_size(const std::wstring& text) const;
+    // From the top of a line to its baseline, in pixels.
+    int ascent() const;
 
     bool is_empty() const { return rep_ == nullptr; }
     // Whether a face was found and opened; an empty or failed font draws nothing.

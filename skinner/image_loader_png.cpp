@@ -68,6 +68,9 @@ Surface decode_png(std::string_view bytes, const std::wstring& name)
         return nullptr;
     }
     image.format = PNG_FORMAT_BGRA;
+    // Sixteen-bit samples without gamma information are taken as the eight-bit
+    // ones are, not as linear light: they come down to eight bits unchanged.
+    image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
     Surface s = make_surface(int(image.width), int(image.height));
     if (!s) {
         png_image_free(&image);

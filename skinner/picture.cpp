@@ -275,6 +275,8 @@ Picture::Picture(const Picture& other)
 
 Picture& Picture::operator=(const Picture& other)
 {
+    if (this == &other)
+        return *this;
     if (other.entry_)
         ++other.entry_->references;
     release();
