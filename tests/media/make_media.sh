@@ -54,6 +54,8 @@ lame --quiet -b 160 lame_src.wav long_44100_160_stereo.mp3
 ffmpeg -loglevel error -y -i lame_src.wav -t 1 -c:a mp2 -b:a 192k layer2_44100_stereo.mp2
 ffmpeg -loglevel error -y -i lame_src.wav -t 1 -ar 22050 -c:a mp2 -b:a 64k layer2_22050_stereo.mp2
 lame --quiet --freeformat -b 400 lame_src.wav freeformat_44100.mp3
+sox -V1 -D -n -r 44100 -b 16 -c 2 lame_src.wav synth 0.5 sawtooth 220 sawtooth 330 gain -n -0.5
+lame --quiet -b 128 lame_src.wav loud_44100_128_stereo.mp3
 sox -n -r 12000 -b 16 -c 1 lame_src.wav synth 0.5 sine 440 norm -6
 lame --quiet -b 32 lame_src.wav rate12000_mono.mp3
 sox -n -r 22050 -b 16 -c 1 lame_src.wav synth 0.3 sine 440 norm -6
