@@ -34,27 +34,37 @@ namespace {
 constexpr int kFracBits = MAD_F_FRACBITS;
 constexpr std::int64_t kFullScale = std::int64_t(1) << kFracBits;
 
-// Truncates `count` samples of one channel to `Bytes`-wide integers with error
-// feedback: what truncation cut off, and what clipping cut off as well, goes
-// into the next sample. The error starts at 0 with each frame.
-template <int Bytes>
-void convert_channel(const mad_fixed_t* in, unsigned count, std::uint8_t* out, std::size_t stride)
+// Truncates samples to `Bytes`-wide integers with error feedback, one error
+// term a channel, started at 0 with each frame: what truncation cut off, and
+// what clipping cut off as well, goes into the channel's next sample. The
+// channels run side by side, so their error chains overlap in time.
+template <int Bytes, unsigned Channels>
+void convert(const mad_pcm& pcm, std::uint8_t* out)
 {
     constexpr int width = std::min(Bytes * 8, 24);
     constexpr int shift = kFracBits + 1 - width;
     constexpr std::int64_t low_bits = (std::int64_t(1) << shift) - 1;
-    std::int64_t error = 0;
-    for (unsigned i = 0; i < count; ++i, out += stride) {
-        std::int64_t a = std::int64_t(in[i]) + error;
-        std::int64_t c = std::clamp(a, -kFullScale, kFullScale - 1);
-        std::int64_t q = c & ~low_bits;
-        error = a - q;
-        auto v = static_cast<std::uint32_t>(static_cast<std::int32_t>(q >> shift));
-        if constexpr (Bytes == 1) {
-            out[0] = static_cast<std::uint8_t>(v + 128);
-        } else {
-            for (int b = 0; b < Bytes; ++b)
-                out[b] = static_cast<std::uint8_t>(v >> (8 * b));
+    std::int64_t error[Channels] = {};
+    for (unsigned i = 0; i < pcm.length; ++i) {
+        for (unsigned ch = 0; ch < Channels; ++ch, out += Bytes) {
+            std::int64_t a = std::int64_t(pcm.samples[ch][i]) + error[ch];
+            std::int64_t q;
+            if (a >= -kFullScale && a < kFullScale) [[likely]] {
+                // Within range the clipped value is `a` itself, and the error
+                // is just the bits cleared.
+                error[ch] = a & low_bits;
+                q = a - error[ch];
+            } else {
+                q = std::clamp(a, -kFullScale, kFullScale - 1) & ~low_bits;
+                error[ch] = a - q;
+            }
+            auto v = static_cast<std::uint32_t>(static_cast<std::int32_t>(q >> shift));
+            if constexpr (Bytes == 1) {
+                out[0] = static_cast<std::uint8_t>(v + 128);
+            } else {
+                for (int b = 0; b < Bytes; ++b)
+                    out[b] = static_cast<std::uint8_t>(v >> (8 * b));
+            }
         }
     }
 }
@@ -62,9 +72,10 @@ void convert_channel(const mad_fixed_t* in, unsigned count, std::uint8_t* out, s
 template <int Bytes>
 void convert(const mad_pcm& pcm, std::uint8_t* out)
 {
-    std::size_t stride = std::size_t(Bytes) * pcm.channels;
-    for (unsigned ch = 0; ch < pcm.channels; ++ch)
-        convert_channel<Bytes>(pcm.samples[ch], pcm.length, out + std::size_t(Bytes) * ch, stride);
+    if (pcm.channels == 1)
+        convert<Bytes, 1>(pcm, out);
+    else
+        convert<Bytes, 2>(pcm, out);
 }
 
 } // namespace

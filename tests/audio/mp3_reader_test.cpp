@@ -36,6 +36,7 @@ std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.str
 // recoverable errors skipped, samples rounded to 16 bits.
 struct MadDecode {
     std::vector<std::int16_t> samples; // interleaved
+    std::vector<mad_fixed_t> raw;      // the same before rounding, Q28
     std::vector<std::size_t> offsets;  // file offset of each decoded frame
     std::vector<std::size_t> sizes;    // its length in bytes
     int channels = 0;
@@ -75,8 +76,10 @@ MadDecode mad_decode(const std::string& bytes)
         r.rate = static_cast<int>(synth.pcm.samplerate);
         r.samples_per_frame = synth.pcm.length;
         for (unsigned i = 0; i < synth.pcm.length; ++i)
-            for (unsigned ch = 0; ch < synth.pcm.channels; ++ch)
+            for (unsigned ch = 0; ch < synth.pcm.channels; ++ch) {
                 r.samples.push_back(round_to_16(synth.pcm.samples[ch][i]));
+                r.raw.push_back(synth.pcm.samples[ch][i]);
+            }
     }
     mad_synth_finish(&synth);
     mad_frame_finish(&frame);
@@ -200,6 +203,42 @@ TEST(MP3Reader, DecodesLikePlainLibmadAtEveryRate)
     }
     EXPECT_EQ(rates, (std::set<int>{8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000}));
     EXPECT_EQ(channel_counts, (std::set<int>{1, 2}));
+}
+
+TEST(MP3Reader, CarriesClippedExcessIntoTheNextSamples)
+{
+    // Sawtooth waves near full scale overshoot past it when decoded.
+    auto path = test::media_dir() / "loud_44100_128_stereo.mp3";
+    MadDecode ref = mad_decode(test::read_file(path));
+    auto got = samples_of(decode_file(path).pcm);
+    ASSERT_EQ(got.size(), ref.samples.size());
+    // Per frame and channel, error feedback keeps the sum: the outputs add up
+    // to the inputs less the last error term, which lies in [0, 1) output
+    // steps when the last sample is within range. Clipping that dropped the
+    // excess would fall short by it.
+    constexpr double kStep = 1 << (MAD_F_FRACBITS - 15);
+    std::size_t per_frame = std::size_t(ref.samples_per_frame) * ref.channels;
+    int clipped_frames = 0;
+    for (std::size_t f = 0; f < ref.frames(); ++f) {
+        for (int ch = 0; ch < ref.channels; ++ch) {
+            double in = 0.0;
+            double out = 0.0;
+            bool clipped = false;
+            std::size_t last = 0;
+            for (std::size_t i = f * per_frame + ch; i < (f + 1) * per_frame; i += ref.channels) {
+                in += ref.raw[i] / kStep;
+                out += got[i];
+                clipped |= ref.raw[i] >= MAD_F_ONE || ref.raw[i] < -MAD_F_ONE;
+                last = i;
+            }
+            if (!clipped || std::abs(ref.raw[last]) > MAD_F_ONE / 2)
+                continue;
+            ++clipped_frames;
+            EXPECT_LE(out, in + 1e-6) << "frame " << f;
+            EXPECT_GT(out, in - 1.0) << "frame " << f;
+        }
+    }
+    EXPECT_GT(clipped_frames, 5);
 }
 
 TEST(MP3Reader, FramesItCannotPlayDecodeToNothing)
