@@ -156,13 +156,15 @@ bool WAVInfoADPCM::read_format_tail(os::File& file)
         return false;
     samples_per_block = spb;
     coefficient_count = count;
+    // The table in one read: a damaged count may ask for 65535 pairs.
+    std::vector<std::uint8_t> pairs(static_cast<std::size_t>(count) * 4);
+    if (!read_exact(file, pairs.data(), pairs.size()))
+        return false;
     coefficients.assign(count, ADPCMCoefficient{});
-    for (ADPCMCoefficient& c : coefficients) {
-        std::uint16_t c1 = 0, c2 = 0;
-        if (!read_u16(file, c1) || !read_u16(file, c2))
-            return false;
-        c.coef1 = static_cast<std::int16_t>(c1);
-        c.coef2 = static_cast<std::int16_t>(c2);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint8_t* p = pairs.data() + 4 * i;
+        coefficients[i].coef1 = static_cast<std::int16_t>(p[0] | (p[1] << 8));
+        coefficients[i].coef2 = static_cast<std::int16_t>(p[2] | (p[3] << 8));
     }
     // Only the first 4 bytes of "fact" are read; the search for "data" goes
     // on right behind them, whatever the chunk's size says.
