@@ -122,8 +122,15 @@ Surface decode_platform_image(std::string_view bytes, ImageKind kind, const std:
     SDL_RWops* rw = SDL_RWFromConstMem(bytes.data(), int(bytes.size()));
     if (!rw)
         return nullptr;
-    const char* type = kind == ImageKind::gif ? "GIF" : kind == ImageKind::bmp ? "BMP" : "JPG";
-    Surface loaded(IMG_LoadTyped_RW(rw, 1, type));
+    // The loader of the one format: SDL2_image's own sniffing would hand
+    // data that looks like something else (SVG, TGA, ...) to other loaders.
+    Surface loaded;
+    switch (kind) {
+    case ImageKind::gif: loaded.reset(IMG_isGIF(rw) ? IMG_LoadGIF_RW(rw) : nullptr); break;
+    case ImageKind::bmp: loaded.reset(IMG_isBMP(rw) ? IMG_LoadBMP_RW(rw) : nullptr); break;
+    case ImageKind::jpeg: loaded.reset(IMG_isJPG(rw) ? IMG_LoadJPG_RW(rw) : nullptr); break;
+    }
+    SDL_RWclose(rw);
     if (!loaded) {
         os::log() << "decode_platform_image: " << name << ": " << IMG_GetError() << "\n";
         return nullptr;
