@@ -358,3 +358,26 @@ TEST(ImageLoader, SkinStoreReadsLooseFilesIgnoringCase)
     Picture p((dir / "plain.skin").wstring(), L"title", false, 1);
     EXPECT_EQ(p.bitmap_size(), (Point{2, 3}));
 }
+
+TEST(ImageLoader, SkinStoreReadsStoredArchiveEntriesBeforeLooseFiles)
+{
+    test::TempDir dir;
+    test::write_file(dir / "frame.bmp", bmp_bytes(new_surface(4, 3, 0xFF00FF00u).get()));
+    test::write_file(dir / "late.bmp", bmp_bytes(new_surface(4, 3, 0xFF00FF00u).get()));
+    ASSERT_EQ(test::run("cd '" + dir.path().string() + "' && zip -q -0 pack.skin frame.bmp && zip -q -9 pack.skin " +
+                        "late.bmp && rm frame.bmp late.bmp"),
+              0);
+    // Beside the archive, pictures of another colour under the same names.
+    test::write_file(dir / "frame.png", png_bytes(new_surface(4, 3, 0xFF0000FFu).get()));
+    test::write_file(dir / "late.png", png_bytes(new_surface(4, 3, 0xFF0000FFu).get()));
+    const std::wstring skin = (dir / "pack.skin").wstring();
+    Picture frame(skin, L"FRAME", false, 1); // archive names compare without case
+    Surface out = new_surface(4, 3);
+    Canvas canvas(out.get(), {0, 0}, {4, 3});
+    frame.draw(canvas, {0, 0}, {4, 3});
+    EXPECT_EQ(pixel_at(out.get(), 1, 1), 0xFF00FF00u);
+    // A deflated entry can't be read from the archive: the loose file serves.
+    Picture late(skin, L"late", false, 1);
+    late.draw(canvas, {0, 0}, {4, 3});
+    EXPECT_EQ(pixel_at(out.get(), 1, 1), 0xFF0000FFu);
+}
