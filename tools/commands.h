@@ -19,6 +19,7 @@ int fail(const std::string& what, const std::string& why);
 
 int cmd_list(const Args& args);
 int cmd_log(const Args& args);
+int cmd_marks(const Args& args);
 int cmd_skin(const Args& args);
 
 } // namespace quillctl

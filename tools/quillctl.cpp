@@ -41,6 +41,19 @@ const Command kCommands[] = {
      "Switches the program's log on or off. While on, the program writes\n"
      "%app_data%/Quillaphonics.txt (UTF-16), truncated at each switch-on.\n",
      cmd_log},
+    {"marks", "marks FILE [--add NAME POSITION] [--remove NAME] [--route NAME...] [--export OUT.txt]",
+     "Prints the marks of FILE from its side file FILE.bm, one a line, tab-separated:\n"
+     "name, position (in the file's own position unit), seconds (empty where no\n"
+     "reader takes the file) and route (place in the route from 0, -1 when not in it).\n"
+     "The options change the side file, in the order given:\n"
+     "  --add NAME POSITION  adds a mark; inside a routed range it joins the route\n"
+     "  --remove NAME        removes every mark of that name\n"
+     "  --route NAME...      the route becomes these marks in this order (a name\n"
+     "                       several marks carry brings them all, by position)\n"
+     "  --export OUT.txt     writes the marks as a label track for audio editors:\n"
+     "                       start, tab, end, tab, name, in seconds\n"
+     "A file with no side file has no marks.\n",
+     cmd_marks},
     {"skin", "skin info SKIN [--size WxH]",
      "info: prints what the skin is made for, as the program loads it: version,\n"
      "devices, a native: WxH line per native size, the scale for the screen size\n"

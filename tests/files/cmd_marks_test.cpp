@@ -1,0 +1,239 @@
+// quillctl marks, run as a user runs it, on copies of sound files made by sox.
+#include "files/range_marks.h"
+
+#include "liba/text.h"
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string quote(const std::string& s)
+{
+    std::string out = "'";
+    for (char c : s)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class QuillctlMarks : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        auto media = test::media("pcm_s16_speech_16000.wav");
+        ASSERT_EQ(media.size(), 1u);
+        fs::copy_file(media[0], sound_);
+        std::string text;
+        ASSERT_EQ(test::run("soxi -r " + quote(sound_.string()), &text), 0);
+        int rate = std::stoi(text);
+        ASSERT_EQ(test::run("soxi -c " + quote(sound_.string()), &text), 0);
+        int channels = std::stoi(text);
+        ASSERT_EQ(test::run("soxi -b " + quote(sound_.string()), &text), 0);
+        int bits = std::stoi(text);
+        bytes_per_second_ = rate * channels * bits / 8;
+        ASSERT_EQ(test::run("soxi -D " + quote(sound_.string()), &text), 0);
+        duration_ = std::stod(text);
+    }
+
+    Result quillctl(const std::vector<std::string>& args)
+    {
+        std::string command = quote((test::program_dir() / "quillctl").string()) + " marks";
+        for (const std::string& a : args)
+            command += " " + quote(a);
+        Result r;
+        r.status = test::run(command + " 2>" + quote((dir_ / "stderr").string()), &r.out);
+        r.err = test::read_file(dir_ / "stderr");
+        return r;
+    }
+
+    // PCM WAV positions are bytes of the data: seconds by the rate sox reads.
+    std::string seconds(int position, const char* format = "%.3f") const
+    {
+        char buf[64];
+        std::snprintf(buf, sizeof buf, format, static_cast<double>(position) / bytes_per_second_);
+        return buf;
+    }
+
+    // The line quillctl prints for a mark; the seconds column is empty while
+    // no reader takes the file.
+    std::string line(const std::string& name, int position, int route, bool have_reader) const
+    {
+        return name + "\t" + std::to_string(position) + "\t" + (have_reader ? seconds(position) : "") + "\t" +
+               std::to_string(route) + "\n";
+    }
+
+    // Whether this build's quillctl reads seconds from the file: the third
+    // column of its first line.
+    static bool has_seconds(const std::string& out)
+    {
+        std::istringstream in(out);
+        std::string name, position, secs;
+        std::getline(in, name, '\t');
+        std::getline(in, position, '\t');
+        std::getline(in, secs, '\t');
+        return !secs.empty();
+    }
+
+    test::TempDir dir_;
+    fs::path sound_ = dir_ / "talk.wav";
+    fs::path side_ = dir_ / "talk.wav.bm";
+    int bytes_per_second_ = 0;
+    double duration_ = 0;
+};
+
+} // namespace
+
+TEST_F(QuillctlMarks, FileWithoutSideFileHasNoMarks)
+{
+    Result r = quillctl({sound_.string()});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "");
+    EXPECT_FALSE(fs::exists(side_)) << "looking must not create the side file";
+}
+
+TEST_F(QuillctlMarks, AddsRoutesAndRemovesMarksInTheSideFile)
+{
+    Result r = quillctl({sound_.string(), "--add", "Intro", "0", "--add", "Middle", "32000", "--add", "End", "96000"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const bool reader = has_seconds(r.out);
+    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, -1, reader));
+
+    r = quillctl({sound_.string(), "--route", "End", "Intro"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, line("Intro", 0, 1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, 0, reader));
+
+    // Inside an unrouted range the route stays; inside a routed one the new
+    // mark joins it right behind that range. An occupied position keeps its mark.
+    r = quillctl({sound_.string(), "--add", "Aside", "40000", "--add", "Encore", "100000", "--add", "Again", "0"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, line("Intro", 0, 2, reader) + line("Middle", 32000, -1, reader) +
+                         line("Aside", 40000, -1, reader) + line("End", 96000, 0, reader) +
+                         line("Encore", 100000, 1, reader));
+
+    // What quillctl wrote is what the program loads.
+    RangeMarks marks;
+    ASSERT_TRUE(marks.load(liba::from_utf8(side_.string())));
+    ASSERT_EQ(marks.count(), 5);
+    ASSERT_EQ(marks.route_count(), 3);
+    EXPECT_EQ(marks.route_mark(0).name, L"End");
+    EXPECT_EQ(marks.route_mark(1).name, L"Encore");
+    EXPECT_EQ(marks.route_mark(2).name, L"Intro");
+
+    // Every mark of a name goes; --route with no names empties the route.
+    r = quillctl({sound_.string(), "--add", "Aside", "50000", "--remove", "Aside", "--route"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, -1, reader) +
+                         line("Encore", 100000, -1, reader));
+    // A name several marks carry routes them all, by position.
+    r = quillctl({sound_.string(), "--add", "Encore", "1000", "--route", "Encore", "Middle"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Encore", 1000, 0, reader) + line("Middle", 32000, 2, reader) +
+                         line("End", 96000, -1, reader) + line("Encore", 100000, 1, reader));
+    // Names with tabs stay on one line of four columns.
+    r = quillctl({sound_.string(), "--remove", "Encore", "--remove", "Middle", "--remove", "End", "--add",
+                  "a\tb\nc", "7"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("a b c", 7, -1, reader));
+}
+
+TEST_F(QuillctlMarks, FailuresLeaveTheSideFileAsItWas)
+{
+    ASSERT_EQ(quillctl({sound_.string(), "--add", "One", "100", "--route", "One"}).status, 0);
+    const std::string before = test::read_file(side_);
+
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"--add", "Two", "200", "--remove", "Nobody"},
+             {"--add", "Two", "200", "--route", "One", "Nobody"},
+         }) {
+        std::vector<std::string> all{sound_.string()};
+        all.insert(all.end(), args.begin(), args.end());
+        Result r = quillctl(all);
+        EXPECT_EQ(r.status, 1) << args.back();
+        EXPECT_EQ(r.out, "");
+        EXPECT_NE(r.err.find("Nobody"), std::string::npos) << r.err;
+        EXPECT_EQ(test::read_file(side_), before);
+    }
+
+    // A side file that does not parse: exit 1, one line naming it and where
+    // it gave up, and no change made over it.
+    const std::string broken = before.substr(0, before.size() - 10);
+    test::write_file(side_, broken);
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{sound_.string()}, {sound_.string(), "--add", "Three", "300"}}) {
+        Result r = quillctl(args);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(r.err.find(side_.string()), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("at byte"), std::string::npos) << r.err;
+        EXPECT_EQ(test::read_file(side_), broken);
+    }
+
+    // No such sound file, or a folder.
+    Result r = quillctl({(dir_ / "missing.wav").string(), "--add", "x", "1"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("missing.wav"), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(dir_ / "missing.wav.bm"));
+    EXPECT_EQ(quillctl({dir_.path().string()}).status, 1);
+}
+
+TEST_F(QuillctlMarks, WrongCommandLinesAreUsageErrors)
+{
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {},
+             {"--add", "x", "1"},
+             {sound_.string(), "--add", "x"},
+             {sound_.string(), "--add", "x", "-1"},
+             {sound_.string(), "--add", "x", "2147483648"},
+             {sound_.string(), "--add", "x", "12ab"},
+             {sound_.string(), "--remove"},
+             {sound_.string(), "--export"},
+             {sound_.string(), "--export", "a.txt", "--export", "b.txt"},
+             {sound_.string(), "--rename", "x"},
+             {sound_.string(), "extra"},
+         }) {
+        Result r = quillctl(args);
+        EXPECT_EQ(r.status, 2) << testing::PrintToString(args);
+        EXPECT_NE(r.err.find("usage: quillctl marks"), std::string::npos) << r.err;
+    }
+    EXPECT_FALSE(fs::exists(side_));
+    Result help = quillctl({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("--export"), std::string::npos);
+}
+
+TEST_F(QuillctlMarks, ExportWritesALabelTrackInSecondsOrRefusesWithoutAReader)
+{
+    ASSERT_EQ(quillctl({sound_.string(), "--add", "Start", "0", "--add", "Word", "48000"}).status, 0);
+    const std::string before = test::read_file(side_);
+    const fs::path labels = dir_ / "labels.txt";
+    Result r = quillctl({sound_.string(), "--add", "Late", "64000", "--export", labels.string()});
+    if (!has_seconds(quillctl({sound_.string()}).out)) {
+        // Seconds come from the file's reader; without one nothing is done.
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(r.err.find("reader"), std::string::npos) << r.err;
+        EXPECT_FALSE(fs::exists(labels));
+        EXPECT_EQ(test::read_file(side_), before);
+        return;
+    }
+    ASSERT_EQ(r.status, 0) << r.err;
+    char end[64];
+    std::snprintf(end, sizeof end, "%.6f", duration_);
+    EXPECT_EQ(test::read_file(labels), seconds(0, "%.6f") + "\t" + seconds(48000, "%.6f") + "\tStart\n" +
+                                           seconds(48000, "%.6f") + "\t" + seconds(64000, "%.6f") + "\tWord\n" +
+                                           seconds(64000, "%.6f") + "\t" + end + "\tLate\n");
+}
