@@ -36,7 +36,8 @@ bool screen_size_for(const std::wstring& path, int& zoom, Point desktop, Point& 
 }
 
 std::unique_ptr<Properties> choose_skin(const std::wstring& settings_skin_path, int zoom, Point desktop,
-                                        const std::wstring& language_file, SkinChoice* choice)
+                                        const std::wstring& language_file, SkinChoice* choice,
+                                        const std::wstring& default_skin_path)
 {
     SkinChoice made;
     made.path = settings_skin_path;
@@ -46,7 +47,7 @@ std::unique_ptr<Properties> choose_skin(const std::wstring& settings_skin_path, 
     if (!properties->check_version(kAppVersionMark, made.screen_size)) {
         os::log() << "start-up: skin [" << made.path << "] doesn't fit ("
                   << properties->impl().load_error() << "); taking the default skin\n";
-        made.path = kDefaultSkinPath;
+        made.path = default_skin_path;
         made.zoom = zoom;
         made.fell_back = true;
         // The default skin has a screen of its own.

@@ -40,9 +40,11 @@ struct SkinChoice {
 // the default skin is loaded for its own screen. If that fails too, shows
 // the warning (kNoSkinText under kNoSkinCaption) and returns null: the
 // program then ends. Otherwise loads `language_file` (if not empty) into
-// the new skin's translator and returns the skin.
+// the new skin's translator and returns the skin. `default_skin_path` is
+// for tests.
 std::unique_ptr<Properties> choose_skin(const std::wstring& settings_skin_path, int zoom, Point desktop,
-                                        const std::wstring& language_file, SkinChoice* choice = nullptr);
+                                        const std::wstring& language_file, SkinChoice* choice = nullptr,
+                                        const std::wstring& default_skin_path = kDefaultSkinPath);
 
 // The warning of a start without a usable skin: a message box when a real
 // display is there, else standard error; logged either way.
