@@ -13,7 +13,8 @@
 // Positions are in the position unit of the file's reader (bytes of the data
 // for PCM WAV, blocks for ADPCM and GSM, bytes of the file for MP3), never
 // seconds. Threads: a list belongs to one thread at a time (the main thread's
-// Document, or a copy handed to a router); it is a plain value.
+// Document, or a copy handed to a router); it is a plain value, and the marks
+// it hands out by reference stay valid until the list next changes.
 
 struct RangeMark {
     std::wstring name;
