@@ -1,0 +1,75 @@
+#include "audio/play_chain.h"
+
+namespace audio {
+
+std::wstring title_of_path(const std::wstring& path)
+{
+    std::size_t last = path.find_last_of(L"/\\");
+    return last == std::wstring::npos ? path : path.substr(last + 1);
+}
+
+PlayChainMP3::PlayChainMP3(std::unique_ptr<FileReaderMP3> reader_, const std::wstring& path,
+                           const wchar_t* format_, const TagTitleReader& tag_title)
+    : PlayChainReaderDecoder<FileReaderMP3, DecoderMP3>(std::move(reader_), path, format_)
+{
+    if (!tag_title || !reader->is_open())
+        return;
+    std::wstring from_tag = tag_title(path);
+    if (!from_tag.empty())
+        title = std::move(from_tag);
+}
+
+namespace {
+
+// The plain reader, or its routed form when there are marks.
+template <class R>
+std::unique_ptr<R> make_reader(const std::wstring& path, const RouteMarks* marks)
+{
+    if (marks != nullptr)
+        return std::make_unique<Router<R>>(path, *marks);
+    return std::make_unique<R>(path);
+}
+
+// The chain, or null when its reader did not open the file. A chain that
+// failed is gone before the next format is tried.
+std::unique_ptr<PlayChain> if_open(std::unique_ptr<PlayChain> chain)
+{
+    FileReader* reader = chain->get_reader();
+    if (reader == nullptr || !reader->is_open())
+        return nullptr;
+    return chain;
+}
+
+template <class R>
+std::unique_ptr<PlayChain> try_reader_only(const std::wstring& path, const RouteMarks* marks, const wchar_t* format)
+{
+    return if_open(std::make_unique<PlayChainReaderOnly<R>>(make_reader<R>(path, marks), path, format));
+}
+
+template <class R, class D>
+std::unique_ptr<PlayChain> try_reader_decoder(const std::wstring& path, const RouteMarks* marks,
+                                              const wchar_t* format)
+{
+    return if_open(std::make_unique<PlayChainReaderDecoder<R, D>>(make_reader<R>(path, marks), path, format));
+}
+
+} // namespace
+
+std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const RouteMarks* marks,
+                                             const TagTitleReader& tag_title)
+{
+    // Vorbis and Musepack stand between GSM and mp3, and Windows Media last
+    // (with no routed form for Musepack and Windows Media), once they exist.
+    if (auto chain = try_reader_only<FileReaderWAVPCM>(path, marks, kFormatPCM))
+        return chain;
+    if (auto chain = try_reader_decoder<FileReaderWAVADPCM, DecoderADPCM>(path, marks, kFormatADPCM))
+        return chain;
+    if (auto chain = try_reader_decoder<FileReaderWAVGSM, DecoderGSM>(path, marks, kFormatGSM))
+        return chain;
+    if (auto chain = if_open(std::make_unique<PlayChainMP3>(make_reader<FileReaderMP3>(path, marks), path,
+                                                             kFormatMP3, tag_title)))
+        return chain;
+    return nullptr;
+}
+
+} // namespace audio
