@@ -45,10 +45,26 @@ XmlNode XmlNode::child_at(int index) const
 {
     if (!node_ || index < 0)
         return {};
-    for (auto c = as_node(node_).first_child(); c; c = c.next_sibling())
-        if (c.type() == pugi::node_element && index-- == 0)
-            return XmlNode(c.internal_object());
-    return {};
+    pugi::xml_node c = as_node(node_).first_child();
+    int at = 0;
+    if (cached_child_ && cached_index_ <= index) {
+        c = as_node(cached_child_);
+        at = cached_index_;
+    } else {
+        while (c && c.type() != pugi::node_element)
+            c = c.next_sibling();
+    }
+    while (c && at < index) {
+        c = c.next_sibling();
+        while (c && c.type() != pugi::node_element)
+            c = c.next_sibling();
+        ++at;
+    }
+    if (!c)
+        return {};
+    cached_index_ = index;
+    cached_child_ = c.internal_object();
+    return XmlNode(c.internal_object());
 }
 
 XmlNode XmlNode::add_child(const std::wstring& name)

@@ -60,6 +60,10 @@ private:
     friend class XmlDocument;
     explicit XmlNode(void* node) : node_(node) {}
     void* node_ = nullptr; // a pugi::xml_node_struct
+    // The last child found by child_at, so that walking the children by
+    // position costs one step each rather than a walk from the first.
+    mutable int cached_index_ = -1;
+    mutable void* cached_child_ = nullptr;
 };
 
 class XmlDocument : liba::Nocopy {

@@ -32,6 +32,10 @@ TEST(XmlDocument, RoundTripsElementsAndTypedAttributesThroughAFile)
     EXPECT_EQ(s.child_count(), 3);
     EXPECT_EQ(s.child_at(2).name(), L"Task");
     EXPECT_TRUE(s.child_at(3).is_null());
+    // Positions hold whichever way the children are walked.
+    EXPECT_EQ(s.child_at(0).name(), L"Record");
+    EXPECT_EQ(s.child_at(1).name(), L"Task");
+    EXPECT_EQ(s.child_at(1).child_count(), 0);
     int samples = 0;
     double gain = 0;
     bool vas = false;
