@@ -53,6 +53,9 @@ struct Font::Rep {
 namespace {
 
 constexpr size_t kLongestFaceName = 31;
+// No screen needs a larger em, and a line of text at a far larger one would
+// take hundreds of megabytes: such a font is refused.
+constexpr int64_t kLargestEm = 1024;
 constexpr int kPointsPerInch = 72;
 constexpr int kDotsPerInch = 96;
 constexpr wchar_t kEllipsis[] = L"\u2026";
@@ -151,7 +154,8 @@ void build_rep(Font::Rep& rep, const Spec& spec, int scale)
     const int64_t h = int64_t(spec.height) * scale;
     const int64_t platform_height = -(h * kDotsPerInch / kPointsPerInch);
     os::log() << "dpiy=" << kDotsPerInch << " log_font.lfHeight=" << platform_height << "\n";
-    rep.em = int(std::min<int64_t>(platform_height < 0 ? -platform_height : platform_height, 4096));
+    const int64_t em = platform_height < 0 ? -platform_height : platform_height;
+    rep.em = em <= kLargestEm ? int(em) : 0;
     rep.face_name = spec.name;
     rep.bold = spec.bold != 0;
     rep.italic = spec.italic != 0;

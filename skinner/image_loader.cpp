@@ -147,6 +147,8 @@ LoadedBitmap load_bitmap(ImageStore& store, const std::wstring& name, int scale)
     if (!b.colour || scale == 1)
         return b;
     os::log() << "bmp: Width=" << b.size.x << " Height=" << b.size.y << " bmBitsPixel=32 bmPlanes=1\n";
+    if (b.mask)
+        os::log() << "bitmap_info_a: bmBitsPixel=32 bmPlanes=1\n";
     Surface colour = scale_surface(b.colour.get(), scale);
     Surface mask = b.mask ? scale_surface(b.mask.get(), scale) : nullptr;
     if (!colour || (b.mask && !mask)) {

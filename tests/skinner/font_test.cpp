@@ -116,9 +116,12 @@ TEST(Font, ParsesSpecificationsAndSizesTheEm)
         EXPECT_TRUE(b.is_empty());
         EXPECT_EQ(b.text_size(L"abc"), (Point{0, 0}));
     }
-    Font zero;
+    Font zero, vast(4);
     EXPECT_TRUE(zero.parse(L"0 0 0 0 Tahoma")); // parses, but no face has no size
     EXPECT_FALSE(zero.is_usable());
+    EXPECT_TRUE(vast.parse(L"200 0 0 0 Tahoma")); // an em of 1066 pixels is refused
+    EXPECT_FALSE(vast.is_usable());
+    EXPECT_EQ(vast.text_size(L"abc"), (Point{0, 0}));
 }
 
 TEST(Font, FacesAreSharedBySpecificationAndScale)
