@@ -4,6 +4,7 @@
 #include "app/settings.h"
 #include "liba/text.h"
 #include "os/application.h"
+#include "os/file.h"
 #include "os/log.h"
 #include "os/path.h"
 
@@ -57,6 +58,9 @@ int run_quillaphonics(const std::vector<std::string>& args)
     os::log() << "cmd_line[" << command_line << "] \n";
     // The settings live here until the Document that will own them exists.
     Settings settings;
+    // A save that was killed half-way leaves its temporary file behind; under
+    // the instance lock no other instance can be saving right now.
+    os::remove_stale_temporaries(kSettingsPath);
     settings.load(kSettingsPath);
 
     // Until the main window exists the program runs headless: the shell acts
