@@ -256,7 +256,9 @@ std::string make_stored_zip(const std::vector<std::pair<std::string, std::string
     // 1980-01-01 00:00, so that the same sources give the same archive.
     constexpr uint32_t kDosDate = (0 << 9) | (1 << 5) | 1;
     std::string zip, directory;
-    for (const auto& [name, data] : entries) {
+    for (const auto& entry : entries) {
+        const std::string& name = entry.first;
+        const std::string& data = entry.second;
         uint32_t local = static_cast<uint32_t>(zip.size());
         uint32_t crc = crc32_of(data);
         auto common = [&](std::string& out) {
