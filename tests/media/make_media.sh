@@ -96,4 +96,10 @@ ffmpeg -loglevel error -y -i pcm_s16_mono_22050.wav -c:a copy -rf64 auto refused
 # No samples at all: a header of 44 bytes.
 sox -n -r 8000 -b 16 -c 1 empty_pcm_s16_8000.wav trim 0 0
 
+# Signals for the sound output with no frame equal to the device's silence
+# (0 for 16-bit, 128 for 8-bit): sines riding on a DC offset.
+sox -D -n -r 44100 -b 16 -c 2 player_s16_stereo_44100.wav synth 0.5 sine 440 sine 660 vol 0.4 dcshift 0.5
+sox -D -n -r 22050 -b 16 -c 1 player_s16_mono_22050.wav synth 0.5 sine 300 vol 0.4 dcshift -0.5
+sox -D -n -r 11025 -b 8 -c 2 player_u8_stereo_11025.wav synth 0.5 sine 300 sine 500 vol 0.4 dcshift 0.5
+
 touch .made
