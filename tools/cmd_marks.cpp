@@ -1,3 +1,4 @@
+#include "audio/play_chain.h"
 #include "files/range_marks.h"
 #include "liba/text.h"
 #include "os/file.h"
@@ -6,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,17 +23,17 @@ struct FileClock {
     double duration = 0;                       // seconds to the end of the audio
 };
 
-// The clock of a sound file, opened once per command; nullopt when no reader
-// takes the file. This build has no file readers yet, so there is no clock:
-// the seconds column stays empty and --export fails. Once create_play_chain
-// exists this becomes: make the chain with (path, nullptr); nullopt when it is
-// null; else a FileClock whose seconds_of keeps the chain alive (a shared_ptr
-// captured in the lambda) and calls get_reader()->position_to_seconds, with
-// duration = get_reader()->get_duration().
+// The clock of a sound file, opened once per command: the program's reader of
+// the file, found by content. Nullopt when no reader takes the file.
 std::optional<FileClock> open_file_clock(const std::wstring& path)
 {
-    (void)path;
-    return std::nullopt;
+    std::shared_ptr<audio::PlayChain> chain = audio::create_play_chain(path, nullptr);
+    if (!chain || chain->get_reader() == nullptr)
+        return std::nullopt;
+    FileClock clock;
+    clock.duration = chain->get_reader()->get_duration();
+    clock.seconds_of = [chain](int32_t position) { return chain->get_reader()->position_to_seconds(position); };
+    return clock;
 }
 
 struct Change {
@@ -185,7 +187,7 @@ int cmd_marks(const Args& args)
 
     std::optional<FileClock> clock = open_file_clock(request->file);
     if (request->export_path && !clock)
-        return fail(file, "--export needs the file's reader for seconds, and this build has no reader for it");
+        return fail(file, "no reader opens it, so its marks have no times to export");
 
     for (const Change& change : request->changes) {
         std::string why;

@@ -27,6 +27,25 @@ struct Command {
 
 // One row per command, in the order the usage lists them.
 const Command kCommands[] = {
+    {"decode", "decode FILE OUT [--start S] [--end S] [--route]",
+     "Plays FILE through the program's play path, pulled in the player's requests,\n"
+     "into OUT instead of the speaker, as fast as the machine allows. OUT is a .wav\n"
+     "(16-bit PCM in the stream's rate and channels) or - for raw 16-bit\n"
+     "little-endian samples on standard output. 8-bit samples become (x - 128) << 8,\n"
+     "wider ones keep their top 16 bits; every channel is kept.\n"
+     "  --start S, --end S  seconds of the file to begin and stop at\n"
+     "  --route             plays the route through the marks of FILE.bm\n"
+     "--speed, --pitch, --eq, --booster, --noise, --limiter and --volume come with\n"
+     "their stages and are not available yet.\n",
+     cmd_decode},
+    {"info", "info FILE...",
+     "Opens each file as the program would (format found by content) and prints\n"
+     "file, format (wav-pcm, wav-adpcm, wav-gsm, mp3, vorbis, musepack, wma),\n"
+     "channels, rate, bits, bitrate (kbit/s) and duration (seconds) as the\n"
+     "program's reader reports them; then the fields of an MP3's ID3 version 1\n"
+     "tag, and marks (their count) where a side file FILE.bm exists. A blank line\n"
+     "separates files. A file no reader opens fails with a line naming it.\n",
+     cmd_info},
     {"list", "list FILE [--save OUT]",
      "Prints the entries of a list (M3U, ASX or either XML log, found by content;\n"
      "a text file of paths is read as a plain M3U), one a line: the path as the\n"
@@ -61,6 +80,16 @@ const Command kCommands[] = {
      "program can't use (no description, cut short, a picture missing, ...)\n"
      "fails with the reason.\n",
      cmd_skin},
+    {"tag", "tag FILE [--title T] [--artist A] [--album A] [--year Y] [--comment C] [--track N] [--genre N] [--remove]",
+     "Without options prints the ID3 version 1 tag of an MP3 file as key: value\n"
+     "lines (nothing when it has none). With options writes those fields, keeping\n"
+     "the others; a file without a tag gains one. Texts are stored in Windows-1252\n"
+     "and cut to their fields (30 bytes, the year 4, the comment 28, which leaves\n"
+     "room for the track); --track and --genre take 0 to 255.\n"
+     "  --remove  removes the tag that ends the file (its \"TAG\" 128 bytes from\n"
+     "            the end); a tag elsewhere is left alone\n"
+     "A missing file or one that is not MP3 fails and stays untouched.\n",
+     cmd_tag},
 };
 
 void print_usage(FILE* to)

@@ -1,0 +1,393 @@
+#include "audio/pipeline.h"
+#include "audio/play_chain.h"
+#include "audio/wav_info.h"
+#include "files/range_marks.h"
+#include "liba/text.h"
+#include "os/file.h"
+#include "os/path.h"
+#include "tools/commands.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unistd.h>
+
+namespace quillctl {
+
+namespace {
+
+// The player's request: what each pull through the play path asks for.
+constexpr int kPlayerRequestFrames = 16384;
+// A WAV's sizes are 32-bit.
+constexpr std::uint64_t kMaxWavData = 0xFFFFFFFFull - 36;
+
+struct Request {
+    std::wstring file;
+    std::string out; // "-" for raw samples on standard output
+    std::optional<double> start, end;
+    bool route = false;
+    std::string unavailable; // the first option of a stage this build lacks
+};
+
+std::optional<double> seconds_value(const std::string& text)
+{
+    auto v = liba::text_to_double(liba::from_utf8(text));
+    if (!v || !std::isfinite(*v) || *v < 0)
+        return std::nullopt;
+    return v;
+}
+
+bool ends_with_wav(const std::string& path)
+{
+    std::wstring ext = liba::to_lower(os::extension_of(liba::from_utf8(path)));
+    return ext == L"wav";
+}
+
+// Nullopt when the command line is wrong, after a line that says how where
+// the synopsis alone would not.
+std::optional<Request> parse(const Args& args)
+{
+    Request r;
+    std::vector<std::string> positional;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--route") {
+            r.route = true;
+        } else if (a == "--start" || a == "--end") {
+            if (i + 1 >= args.size())
+                return std::nullopt;
+            std::optional<double> s = seconds_value(args[++i]);
+            if (!s) {
+                std::fprintf(stderr, "quillctl: decode: %s wants seconds, 0 or more\n", a.c_str());
+                return std::nullopt;
+            }
+            (a == "--start" ? r.start : r.end) = s;
+        } else if (a == "--speed" || a == "--pitch" || a == "--eq" || a == "--booster" || a == "--noise" ||
+                   a == "--limiter" || a == "--volume") {
+            // Stages of the play path still to come; they take one value each.
+            if (i + 1 >= args.size())
+                return std::nullopt;
+            ++i;
+            if (r.unavailable.empty())
+                r.unavailable = a;
+        } else if (a.size() > 1 && a[0] == '-' && a != "-") {
+            return std::nullopt;
+        } else {
+            positional.push_back(a);
+        }
+    }
+    if (positional.size() != 2)
+        return std::nullopt;
+    r.file = liba::from_utf8(positional[0]);
+    r.out = positional[1];
+    if (r.out != "-" && !ends_with_wav(r.out)) {
+        std::fprintf(stderr, "quillctl: decode: OUT is a .wav file or - for raw samples\n");
+        return std::nullopt;
+    }
+    if (r.route && (r.start || r.end)) {
+        std::fprintf(stderr, "quillctl: decode: --route plays the marked ranges; it takes no --start or --end\n");
+        return std::nullopt;
+    }
+    if (r.start && r.end && *r.end <= *r.start) {
+        std::fprintf(stderr, "quillctl: decode: --end must come after --start\n");
+        return std::nullopt;
+    }
+    return r;
+}
+
+// Where the player stands: the end of the play path, which pulls and is
+// never pushed to.
+class PathEnd : public audio::PullOnlyConsumer<audio::PCMData> {
+public:
+    PathEnd() : audio::PullOnlyConsumer<audio::PCMData>(audio::kPlayerOnData) {}
+    void pull(audio::PCMData& out)
+    {
+        liba::Lock held(lock);
+        pull_data(out, kPlayerRequestFrames);
+    }
+};
+
+// The samples of `in` as 16-bit little-endian: 8-bit ones (unsigned, 128 is
+// silence) become (x - 128) << 8, wider ones keep their top 16 bits.
+void append_16_bits(const audio::PCMData& in, std::string& out)
+{
+    const std::size_t width = static_cast<std::size_t>((in.bits + 7) / 8);
+    const std::size_t samples = in.sample_count() * static_cast<std::size_t>(in.channels);
+    const std::uint8_t* p = in.bytes.data();
+    const std::size_t at = out.size();
+    out.resize(at + samples * 2);
+    char* o = out.data() + at;
+    for (std::size_t i = 0; i < samples; ++i, p += width, o += 2) {
+        if (width == 1) {
+            const std::uint16_t v = static_cast<std::uint16_t>((p[0] - 128) * 256);
+            o[0] = static_cast<char>(v & 0xFF);
+            o[1] = static_cast<char>(v >> 8);
+        } else {
+            o[0] = static_cast<char>(p[width - 2]);
+            o[1] = static_cast<char>(p[width - 1]);
+        }
+    }
+}
+
+// Where the samples go: a WAV file that appears whole or not at all, or
+// standard output.
+class Output {
+public:
+    virtual ~Output() = default;
+    virtual bool begin(int channels, int rate) = 0;
+    virtual bool write(const std::string& samples) = 0;
+    virtual bool finish() = 0;
+    // What went wrong, for the line on standard error.
+    std::string why = "can't write";
+};
+
+class RawOutput : public Output {
+public:
+    bool begin(int, int) override { return true; }
+    bool write(const std::string& samples) override
+    {
+        return std::fwrite(samples.data(), 1, samples.size(), stdout) == samples.size();
+    }
+    bool finish() override { return std::fflush(stdout) == 0; }
+};
+
+// Written under a temporary name beside OUT and renamed over it at the end,
+// so a failed decode leaves an existing OUT as it was.
+class WavOutput : public Output {
+public:
+    explicit WavOutput(const std::wstring& path)
+        : path_(path),
+          temporary_(os::folder_of(path) + L"." + os::file_name_of(path) + L".quillctl-" +
+                     liba::int_to_text(::getpid()))
+    {
+    }
+    ~WavOutput() override
+    {
+        if (file_) {
+            file_.reset();
+            os::FileAttributes(temporary_).remove();
+        }
+    }
+
+    bool begin(int channels, int rate) override
+    {
+        info_.format_tag = audio::kFormatTagPCM;
+        info_.channels = channels;
+        info_.bits = 16;
+        info_.rate = rate;
+        info_.block_align = static_cast<std::uint16_t>(channels * 2);
+        info_.bytes_per_second = static_cast<std::uint32_t>(rate) * info_.block_align;
+        info_.fmt_size = 16;
+        file_ = std::make_unique<os::File>(temporary_, os::File::kWrite);
+        return file_->good() && info_.write(*file_);
+    }
+    bool write(const std::string& samples) override
+    {
+        data_ += samples.size();
+        if (data_ > kMaxWavData) {
+            why = "too long for a WAV file (4 GiB of samples at most)";
+            return false;
+        }
+        return file_->write(samples.data(), samples.size()) == samples.size();
+    }
+    bool finish() override
+    {
+        info_.data_size = static_cast<std::uint32_t>(data_);
+        info_.riff_size = static_cast<std::uint32_t>(info_.data_offset - 8 + data_);
+        if (!file_->seek(0) || !info_.write(*file_) || !file_->flush())
+            return false;
+        file_->close();
+        if (std::rename(os::native_path(temporary_).c_str(), os::native_path(path_).c_str()) != 0)
+            return false;
+        file_.reset();
+        return true;
+    }
+
+private:
+    std::wstring path_;
+    std::wstring temporary_;
+    std::unique_ptr<os::File> file_;
+    audio::WAVInfoPCM info_;
+    std::uint64_t data_ = 0;
+};
+
+// A progress line on standard error, only when that is a terminal.
+class Progress {
+public:
+    explicit Progress(double total) : on_(::isatty(STDERR_FILENO) == 1), total_(total) {}
+    void show(double seconds)
+    {
+        if (!on_)
+            return;
+        auto now = std::chrono::steady_clock::now();
+        if (now - last_ < std::chrono::milliseconds(200))
+            return;
+        last_ = now;
+        if (total_ > 0)
+            std::fprintf(stderr, "\rdecoding: %.1f of %.1f s", seconds, total_);
+        else
+            std::fprintf(stderr, "\rdecoding: %.1f s", seconds);
+        shown_ = true;
+    }
+    ~Progress()
+    {
+        if (shown_)
+            std::fprintf(stderr, "\r\033[K");
+    }
+
+private:
+    bool on_;
+    double total_;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+// The route through the file's marks, or nullopt after the line saying why.
+std::optional<audio::RouteMarks> route_of(const std::wstring& file, const std::string& name)
+{
+    const std::wstring side = side_file_of(file);
+    RangeMarks marks;
+    std::wstring why;
+    if (!marks.load(side, &why)) {
+        fail(liba::to_utf8(side), liba::to_utf8(why));
+        return std::nullopt;
+    }
+    if (marks.route_count() == 0) {
+        fail(name, "has no route: no mark of " + liba::to_utf8(side) + " is in it");
+        return std::nullopt;
+    }
+    audio::RouteMarks route;
+    for (int i = 0; i < marks.count(); ++i)
+        route.push_back({marks.mark(i).position, marks.mark(i).kind != -1});
+    return route;
+}
+
+} // namespace
+
+int cmd_decode(const Args& args)
+{
+    std::optional<Request> request = parse(args);
+    if (!request)
+        return kUsage;
+    if (!request->unavailable.empty())
+        return fail("decode", request->unavailable + " is not available yet");
+    const std::string name = liba::to_utf8(request->file);
+    os::FileAttributes attributes(request->file);
+    if (!attributes.exists())
+        return fail(name, "no such file");
+    if (attributes.is_folder)
+        return fail(name, "is a folder, not a sound file");
+    const bool to_stdout = request->out == "-";
+    const std::wstring out_path = liba::from_utf8(request->out);
+    if (!to_stdout && os::FileAttributes(out_path).is_folder)
+        return fail(request->out, "is a folder");
+
+    std::unique_ptr<audio::PlayChain> chain;
+    if (request->route) {
+        std::optional<audio::RouteMarks> route = route_of(request->file, name);
+        if (!route)
+            return kFailed;
+        chain = audio::create_play_chain(request->file, &*route);
+        if (!chain) {
+            std::unique_ptr<audio::PlayChain> plain = audio::create_play_chain(request->file, nullptr);
+            if (plain)
+                return fail(name, liba::to_utf8(plain->get_format()) + " files have no route playing");
+        }
+    } else {
+        chain = audio::create_play_chain(request->file, nullptr);
+    }
+    if (!chain || chain->get_reader() == nullptr)
+        return fail(name, "no reader opens it: not a sound file the program plays");
+    if (!chain->uses_player())
+        return fail(name, "plays through the media service, which this build lacks");
+
+    audio::FileReader& reader = *chain->get_reader();
+    const int channels = reader.get_channels();
+    const int rate = reader.get_rate();
+    const int bits = reader.get_bits();
+    if (channels < 1 || rate < 1)
+        return fail(name, "has no audio to decode (" + std::to_string(channels) + " channels at " +
+                              std::to_string(rate) + " Hz)");
+    if (channels * 2 > 0xFFFF)
+        return fail(name, "has " + std::to_string(channels) + " channels, more than a 16-bit WAV holds");
+    if (bits < 1 || bits > 32)
+        return fail(name, "has samples of " + std::to_string(bits) + " bits, which can't become 16-bit ones");
+
+    // What to pull: from the sample frame where the seek landed to the one
+    // that --end names.
+    std::optional<std::int64_t> frames_left;
+    if (request->start) {
+        const double duration = reader.get_duration();
+        if (*request->start >= duration) {
+            char buf[128];
+            std::snprintf(buf, sizeof buf, "--start %.3f is not before the end (%.3f s)", *request->start, duration);
+            return fail(name, buf);
+        }
+        reader.set_time(*request->start);
+    }
+    if (request->end) {
+        const std::int64_t first = std::llround(reader.get_time() * rate);
+        frames_left = std::max<std::int64_t>(static_cast<std::int64_t>(std::trunc(*request->end * rate)) - first, 0);
+    }
+
+    // The play path as far as its stages exist: the chain's provider, the
+    // fixed head, and here the file instead of the player. The equalisers,
+    // fast play, the stretch filter and the level filter join behind the
+    // head as they land.
+    audio::NullProcessor<audio::PCMData> head;
+    PathEnd end;
+    audio::connect(*chain->get_provider(), &head);
+    audio::connect(head, &end);
+
+    std::unique_ptr<Output> output;
+    if (to_stdout)
+        output = std::make_unique<RawOutput>();
+    else
+        output = std::make_unique<WavOutput>(out_path);
+    int result = kDone;
+    if (!output->begin(channels, rate)) {
+        result = fail(request->out, output->why);
+    } else {
+        Progress progress(request->route ? 0.0 : reader.get_duration());
+        std::string samples;
+        std::int64_t written = 0;
+        while (!frames_left || *frames_left > 0) {
+            audio::PCMData record;
+            end.pull(record);
+            if (record.empty())
+                break;
+            if (record.channels != channels || record.rate != rate || record.bits != bits) {
+                result = fail(name, "changes its format in mid-stream, which a WAV can't follow");
+                break;
+            }
+            audio::PCMData part = record;
+            if (frames_left) {
+                const auto frames = static_cast<std::int64_t>(record.sample_count());
+                if (frames > *frames_left)
+                    part.bytes = liba::ByteBlock(record.bytes, 0,
+                                                 static_cast<std::size_t>(*frames_left) * record.bytes_per_frame());
+                *frames_left -= std::min(frames, *frames_left);
+            }
+            samples.clear();
+            append_16_bits(part, samples);
+            if (!output->write(samples)) {
+                result = fail(request->out, output->why);
+                break;
+            }
+            written += static_cast<std::int64_t>(part.sample_count());
+            progress.show(request->route ? static_cast<double>(written) / rate : reader.get_time());
+        }
+        if (result == kDone && !output->finish())
+            result = fail(request->out, output->why);
+    }
+    // The links go before the stages and the chain.
+    audio::connect(head, nullptr);
+    audio::connect(*chain->get_provider(), nullptr);
+    return result;
+}
+
+} // namespace quillctl
