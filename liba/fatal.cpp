@@ -13,7 +13,9 @@ FatalHooks g_hooks;
 
 void set_fatal_hooks(const FatalHooks& hooks) { g_hooks = hooks; }
 
-void fatal(const std::wstring& location, const std::wstring& text)
+void fatal(const std::wstring& location, const std::wstring& text) { fatal(location, text, kFatalExitCode); }
+
+void fatal(const std::wstring& location, const std::wstring& text, int exit_code)
 {
     if (g_hooks.flush)
         g_hooks.flush();
@@ -25,7 +27,7 @@ void fatal(const std::wstring& location, const std::wstring& text)
     }
     if (g_hooks.report)
         g_hooks.report(location, text);
-    ::_exit(kFatalExitCode);
+    ::_exit(exit_code);
 }
 
 } // namespace liba

@@ -12,6 +12,10 @@ namespace liba {
 
 inline constexpr int kFatalExitCode = 3;
 
+// The same report ending with another exit code: a skin that lacks what the
+// code needs ends the program with 0, like a normal end.
+[[noreturn]] void fatal(const std::wstring& location, const std::wstring& text, int exit_code);
+
 // Hooks the upper layers install at start: `flush` empties the log, `report`
 // shows the text to the user and returns true when it did so. Either may be
 // null. Set them once on the main thread before any worker starts.

@@ -1,6 +1,7 @@
 // The Properties handle: typed questions, changes of skin and language.
 #include "skinner/properties.h"
 
+#include "liba/fatal.h"
 #include "liba/text.h"
 #include "os/log.h"
 #include "os/path.h"
@@ -42,16 +43,7 @@ const std::vector<LiveForm*>& live_forms() { return forms(); }
 void report_skin_fatal(const std::wstring& word, const std::wstring& text)
 {
     os::log() << word << ": " << text << "\n";
-    os::log().flush();
-    std::string line = liba::to_utf8(word) + ": " + liba::to_utf8(text) + "\n";
-    if (::write(2, line.data(), line.size()) < 0) {
-        // Nothing more can be done about a lost report.
-    }
-    const char* driver = SDL_WasInit(SDL_INIT_VIDEO) ? SDL_GetCurrentVideoDriver() : nullptr;
-    if (driver && std::string(driver) != "offscreen" && std::string(driver) != "dummy")
-        SDL_ShowSimpleMessageBox(SDL_MESSAGEBOX_ERROR, liba::to_utf8(word).c_str(), liba::to_utf8(text).c_str(),
-                                 nullptr);
-    ::_exit(0);
+    liba::fatal(word, text, 0);
 }
 
 Properties::Properties()
