@@ -1,0 +1,242 @@
+#include "skinner/screen.h"
+
+#include "liba/fatal.h"
+#include "liba/text.h"
+#include "os/event_loop.h"
+#include "skinner/form.h"
+#include "skinner/form_impl.h"
+
+namespace skinner {
+
+namespace {
+
+Screen* g_screen = nullptr;
+
+int button_of(Uint8 sdl_button)
+{
+    switch (sdl_button) {
+    case SDL_BUTTON_LEFT: return kLeft;
+    case SDL_BUTTON_RIGHT: return kRight;
+    case SDL_BUTTON_MIDDLE: return kMiddle;
+    default: return -1;
+    }
+}
+
+} // namespace
+
+int key_from_sdl(SDL_Keycode key)
+{
+    if (key >= SDLK_a && key <= SDLK_z)
+        return kKeyA + int(key - SDLK_a);
+    if (key >= SDLK_0 && key <= SDLK_9)
+        return kKey0 + int(key - SDLK_0);
+    switch (key) {
+    case SDLK_LSHIFT: case SDLK_RSHIFT: return kKeyShift;
+    case SDLK_LCTRL: case SDLK_RCTRL: return kKeyControl;
+    case SDLK_LALT: case SDLK_RALT: return kKeyAlt;
+    case SDLK_LEFT: return kKeyLeft;
+    case SDLK_RIGHT: return kKeyRight;
+    case SDLK_UP: return kKeyUp;
+    case SDLK_DOWN: return kKeyDown;
+    case SDLK_ESCAPE: return kKeyEscape;
+    case SDLK_RETURN: case SDLK_KP_ENTER: return kKeyEnter;
+    case SDLK_SPACE: return kKeySpace;
+    case SDLK_BACKSPACE: return kKeyBackspace;
+    case SDLK_DELETE: return kKeyDelete;
+    case SDLK_INSERT: return kKeyInsert;
+    case SDLK_HOME: return kKeyHome;
+    case SDLK_END: return kKeyEnd;
+    case SDLK_PAGEDOWN: return kKeyPageDown;
+    case SDLK_PAGEUP: return kKeyPageUp;
+    case SDLK_TAB: return kKeyTab;
+    case SDLK_APPLICATION: return kKeyApplications;
+    default: return kKeyNone;
+    }
+}
+
+Screen::Screen(os::EventLoop& loop, Point size, const std::wstring& title) : loop_(loop), size_(size)
+{
+    if (g_screen)
+        liba::fatal(L"Screen::Screen", L"a screen exists already");
+    // The canvas is software: the window's own framebuffer, no GPU texture.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+    if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
+        liba::fatal(L"Screen::Screen", L"SDL video can't start: " + liba::from_utf8(SDL_GetError()));
+    window_ = SDL_CreateWindow(liba::to_utf8(title).c_str(), SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, size.x,
+                               size.y, 0);
+    if (!window_)
+        liba::fatal(L"Screen::Screen", L"no window: " + liba::from_utf8(SDL_GetError()));
+    surface_ = SDL_GetWindowSurface(window_);
+    if (!surface_)
+        liba::fatal(L"Screen::Screen", L"no window surface: " + liba::from_utf8(SDL_GetError()));
+    SDL_FillRect(surface_, nullptr, 0xFF000000u);
+    paint_event_ = SDL_RegisterEvents(1);
+    g_screen = this;
+    loop_.set_sdl_handler([this](const SDL_Event& e) { handle_event(e); });
+}
+
+Screen::~Screen()
+{
+    loop_.set_sdl_handler({});
+    g_screen = nullptr;
+    SDL_DestroyWindow(window_);
+    SDL_QuitSubSystem(SDL_INIT_VIDEO);
+}
+
+Screen* Screen::instance() { return g_screen; }
+
+void Screen::request_paint()
+{
+    if (paint_pending_)
+        return;
+    paint_pending_ = true;
+    SDL_Event e{};
+    e.type = paint_event_;
+    SDL_PushEvent(&e);
+}
+
+void Screen::paint_now()
+{
+    paint_pending_ = false;
+    for (Form* form : Form::forms()) {
+        if (!form->is_visible())
+            continue;
+        Rect r = form->paint_dirty();
+        if (!r.empty())
+            present({r.x + form->screen_position().x, r.y + form->screen_position().y, r.w, r.h});
+    }
+}
+
+void Screen::present(Rect rect)
+{
+    rect = intersect(rect, {0, 0, size_.x, size_.y});
+    if (rect.empty())
+        return;
+    SDL_Rect whole{rect.x, rect.y, rect.w, rect.h};
+    SDL_FillRect(surface_, &whole, 0xFF000000u);
+    for (Form* form : Form::forms()) {
+        SDL_Surface* buffer = form->impl().back_buffer();
+        if (!form->is_visible() || !buffer)
+            continue;
+        Point at = form->screen_position();
+        Rect part = intersect(rect, {at.x, at.y, buffer->w, buffer->h});
+        if (part.empty())
+            continue;
+        SDL_Rect from{part.x - at.x, part.y - at.y, part.w, part.h};
+        SDL_Rect to{part.x, part.y, part.w, part.h};
+        SDL_BlitSurface(buffer, &from, surface_, &to);
+    }
+    SDL_UpdateWindowSurfaceRects(window_, &whole, 1);
+}
+
+Form* Screen::input_form() const
+{
+    if (Form* modal = Form::current_modal(); modal && modal->is_visible())
+        return modal;
+    const auto& forms = Form::forms();
+    for (auto it = forms.rbegin(); it != forms.rend(); ++it)
+        if ((*it)->is_visible())
+            return *it;
+    return nullptr;
+}
+
+void Screen::forget(Form* form)
+{
+    if (form && pointer_form_ == form) {
+        form->impl().capture_lost();
+        pointer_form_ = nullptr;
+    }
+}
+
+void Screen::update_title()
+{
+    Form* top = input_form();
+    if (top)
+        SDL_SetWindowTitle(window_, liba::to_utf8(top->title()).c_str());
+}
+
+void Screen::pointer_event(const SDL_Event& e)
+{
+    Form* form = pointer_form_ ? pointer_form_ : input_form();
+    if (!form)
+        return;
+    Point at = form->screen_position();
+    if (e.type == SDL_MOUSEMOTION) {
+        form->impl().pointer_move({e.motion.x - at.x, e.motion.y - at.y});
+        return;
+    }
+    int button = button_of(e.button.button);
+    if (button < 0)
+        return;
+    Point p{e.button.x - at.x, e.button.y - at.y};
+    if (e.type == SDL_MOUSEBUTTONDOWN) {
+        if (form->is_combo() && !pointer_form_ &&
+            (p.x < 0 || p.y < 0 || p.x >= form->size().x || p.y >= form->size().y)) {
+            // A tap outside a drop-down closes it and goes no further.
+            form->close();
+            return;
+        }
+        pointer_form_ = form;
+        int flags = (button == kLeft && e.button.clicks >= 2) ? kDoubleFlag : 0;
+        form->impl().pointer_down(button, p, flags);
+    } else {
+        form->impl().pointer_up(button, p);
+        if (pointer_form_ == form && !form->impl().any_button_held())
+            pointer_form_ = nullptr;
+    }
+}
+
+void Screen::key_down(const SDL_Event& e)
+{
+    Form* form = input_form();
+    // The character typed with this key waits in the queue as its own event.
+    wchar_t character = 0;
+    SDL_Event text;
+    if (SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT) == 1) {
+        std::wstring w = liba::from_utf8(text.text.text);
+        if (!w.empty() && w[0] >= 32)
+            character = w[0];
+    }
+    if (form)
+        form->impl().key_down(key_from_sdl(e.key.keysym.sym), character);
+}
+
+void Screen::handle_event(const SDL_Event& e)
+{
+    if (e.type == paint_event_) {
+        paint_now();
+        return;
+    }
+    switch (e.type) {
+    case SDL_MOUSEMOTION:
+    case SDL_MOUSEBUTTONDOWN:
+    case SDL_MOUSEBUTTONUP:
+        pointer_event(e);
+        break;
+    case SDL_KEYDOWN:
+        key_down(e);
+        break;
+    case SDL_KEYUP:
+        if (Form* form = input_form())
+            form->impl().key_up(key_from_sdl(e.key.keysym.sym));
+        break;
+    case SDL_TEXTINPUT:
+        if (Form* form = input_form())
+            form->impl().text(liba::from_utf8(e.text.text));
+        break;
+    case SDL_WINDOWEVENT:
+        if (e.window.event == SDL_WINDOWEVENT_EXPOSED) {
+            surface_ = SDL_GetWindowSurface(window_);
+            present({0, 0, size_.x, size_.y});
+        }
+        break;
+    case SDL_QUIT:
+        if (Form* form = input_form())
+            form->close();
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace skinner

@@ -1,0 +1,155 @@
+#include "form_test_support.h"
+
+#include "skin_test_support.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace form_test {
+
+using skinner::Point;
+
+TestScreen::TestScreen(int scale)
+{
+    setenv("SDL_VIDEODRIVER", "offscreen", 1);
+    scheduler_ = std::make_unique<CActiveScheduler>();
+    loop_ = std::make_unique<os::EventLoop>(*scheduler_);
+    Point size{240 * scale, 320 * scale};
+    properties_ = std::make_unique<skinner::Properties>(skin_test::wide(skin_test::test_skin()), size);
+    screen_ = std::make_unique<skinner::Screen>(*loop_, size);
+}
+
+TestScreen::~TestScreen()
+{
+    screen_.reset();
+    properties_.reset();
+    loop_.reset();
+    scheduler_.reset();
+}
+
+void TestScreen::push(SDL_Event e)
+{
+    SDL_PushEvent(&e);
+}
+
+void TestScreen::settle()
+{
+    SDL_Event e;
+    while (SDL_PollEvent(&e))
+        screen_->handle_event(e);
+    screen_->paint_now();
+}
+
+Point TestScreen::on_screen(const skinner::Form& form, Point p) { return form.screen_position() + p; }
+
+void TestScreen::press_at(Point p)
+{
+    pointer_ = p;
+    SDL_Event e{};
+    e.type = SDL_MOUSEBUTTONDOWN;
+    e.button.button = SDL_BUTTON_LEFT;
+    e.button.clicks = 1;
+    e.button.x = p.x;
+    e.button.y = p.y;
+    push(e);
+    settle();
+}
+
+void TestScreen::press_right_at(Point p)
+{
+    pointer_ = p;
+    SDL_Event e{};
+    e.type = SDL_MOUSEBUTTONDOWN;
+    e.button.button = SDL_BUTTON_RIGHT;
+    e.button.clicks = 1;
+    e.button.x = p.x;
+    e.button.y = p.y;
+    push(e);
+    settle();
+}
+
+void TestScreen::move_to(Point p)
+{
+    pointer_ = p;
+    SDL_Event e{};
+    e.type = SDL_MOUSEMOTION;
+    e.motion.x = p.x;
+    e.motion.y = p.y;
+    push(e);
+    settle();
+}
+
+void TestScreen::release()
+{
+    SDL_Event e{};
+    e.type = SDL_MOUSEBUTTONUP;
+    e.button.button = SDL_BUTTON_LEFT;
+    e.button.x = pointer_.x;
+    e.button.y = pointer_.y;
+    push(e);
+    settle();
+}
+
+void TestScreen::release_right()
+{
+    SDL_Event e{};
+    e.type = SDL_MOUSEBUTTONUP;
+    e.button.button = SDL_BUTTON_RIGHT;
+    e.button.x = pointer_.x;
+    e.button.y = pointer_.y;
+    push(e);
+    settle();
+}
+
+void TestScreen::key_down(SDL_Keycode key, const char* typed)
+{
+    SDL_Event e{};
+    e.type = SDL_KEYDOWN;
+    e.key.keysym.sym = key;
+    push(e);
+    if (typed) {
+        SDL_Event t{};
+        t.type = SDL_TEXTINPUT;
+        std::strncpy(t.text.text, typed, sizeof t.text.text - 1);
+        push(t);
+    }
+    settle();
+}
+
+void TestScreen::key_up(SDL_Keycode key)
+{
+    SDL_Event e{};
+    e.type = SDL_KEYUP;
+    e.key.keysym.sym = key;
+    push(e);
+    settle();
+}
+
+void TestScreen::key(SDL_Keycode key, const char* typed)
+{
+    key_down(key, typed);
+    key_up(key);
+}
+
+void TestScreen::text(const char* typed)
+{
+    SDL_Event t{};
+    t.type = SDL_TEXTINPUT;
+    std::strncpy(t.text.text, typed, sizeof t.text.text - 1);
+    push(t);
+    settle();
+}
+
+int RecordingForm::clicks_of(const std::wstring& id) const
+{
+    return int(std::count(clicks.begin(), clicks.end(), id));
+}
+
+Point RecordingForm::center_of(const std::wstring& id) const
+{
+    skinner::Control* c = find_control(id);
+    return c ? screen_position() + c->center() : Point{-1, -1};
+}
+
+} // namespace form_test
