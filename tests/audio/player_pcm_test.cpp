@@ -211,7 +211,7 @@ TEST_F(PlayerPCMTest, ShortStreamsEmptyPathsAndStopMidStream)
     // Stopped mid-stream: what the device got is the start of the signal,
     // and the device closes without the rest.
     Reference longer = ref;
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 15; ++i)
         longer.bytes += ref.bytes;
     StreamSource source({&longer});
     audio::connect(source, &player);
