@@ -7,12 +7,17 @@
 #include "os/file.h"
 #include "os/log.h"
 #include "os/path.h"
+#include "skinner/skin_choice.h"
 
 #include <unistd.h>
 
 namespace {
 
 constexpr const wchar_t* kAppName = L"Quillaphonics";
+// Until the screen exists the desktop is not asked, and the zoom is not kept
+// between runs yet.
+constexpr int kLargestZoomThatFits = 0;
+constexpr skinner::Point kDesktopUnknown{0, 0};
 
 std::wstring current_folder()
 {
@@ -62,6 +67,19 @@ int run_quillaphonics(const std::vector<std::string>& args)
     // the instance lock no other instance can be saving right now.
     os::remove_stale_temporaries(kSettingsPath);
     settings.load(kSettingsPath);
+
+    // The skin of the settings for its own screen, else the default skin;
+    // without a usable one the program ends here, its settings still kept.
+    std::wstring language;
+    settings.language_file(language);
+    skinner::SkinChoice choice;
+    std::unique_ptr<skinner::Properties> skin =
+        skinner::choose_skin(settings.skin, kLargestZoomThatFits, kDesktopUnknown, language, &choice);
+    if (!skin) {
+        settings.save(kSettingsPath);
+        return 0;
+    }
+    os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
 
     // Until the main window exists the program runs headless: the shell acts
     // on command lines and the loop runs without a window.
