@@ -52,7 +52,11 @@ Control::~Control()
 
 int Control::scale() const { return container_->properties().scale(); }
 
-Form* Control::form() const { return container_->form(); }
+Form* Control::form() const
+{
+    Form* f = container_->form();
+    return Form::is_live(f) ? f : nullptr;
+}
 
 Listener* Control::upward() const { return container_; }
 

@@ -69,6 +69,11 @@ Form::~Form()
 const std::vector<Form*>& Form::forms() { return g_forms; }
 Form* Form::current_modal() { return g_current_modal; }
 
+bool Form::is_live(const Form* form)
+{
+    return form && std::find(g_forms.begin(), g_forms.end(), form) != g_forms.end();
+}
+
 void Form::read_form_properties()
 {
     background_ = properties().get_form_picture(name(), L"Background", background_);

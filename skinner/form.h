@@ -92,6 +92,9 @@ public:
     // All live forms, in order of creation, and the innermost modal one.
     static const std::vector<Form*>& forms();
     static Form* current_modal();
+    // Whether `form` is built and not yet going; controls made while their
+    // form builds itself must not call it.
+    static bool is_live(const Form* form);
 
 protected:
     // For a drop-down: the form is placed by its maker, not by the skin.

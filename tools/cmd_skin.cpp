@@ -1,10 +1,14 @@
 #include "liba/text.h"
 #include "os/path.h"
+#include "skinner/form_impl.h"
+#include "skinner/form_render.h"
+#include "skinner/png_writer.h"
 #include "skinner/properties.h"
 #include "tools/commands.h"
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace quillctl {
 
@@ -64,6 +68,60 @@ int skin_info(const Args& args)
     return kDone;
 }
 
+// Paints one form of a skin headless, every control made by its class, into
+// a PNG of the form's size. The screen is the skin's first native size times
+// the scale, or the given size.
+int skin_render(const Args& args)
+{
+    std::vector<std::string> names;
+    skinner::Point size;
+    int scale = 1;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--size" && i + 1 < args.size()) {
+            if (!parse_size(args[++i], size))
+                return kUsage;
+        } else if (args[i] == "--scale" && i + 1 < args.size()) {
+            auto n = liba::text_to_int(liba::from_utf8(args[++i]));
+            if (!n || *n < 1 || *n > 4)
+                return kUsage;
+            scale = int(*n);
+        } else if (!args[i].empty() && args[i][0] != '-') {
+            names.push_back(args[i]);
+        } else {
+            return kUsage;
+        }
+    }
+    if (names.size() != 3)
+        return kUsage;
+    const std::string& path = names[0];
+    const std::wstring form = liba::from_utf8(names[1]);
+    const std::string& out = names[2];
+    os::init_path_macros();
+
+    if (size.x == 0) {
+        skinner::PropertiesImpl probe(liba::from_utf8(path), {});
+        if (!probe.is_valid())
+            return fail(path, "not a usable skin: " + liba::to_utf8(probe.load_error()));
+        skinner::SkinHeaderView header = probe.description().header();
+        for (int i = 0; i < skinner::kNativeSizeSlots && size.x == 0; ++i) {
+            skinner::NativeSize n = header.native_size(i);
+            if (n.width != 0 && n.height != 0)
+                size = {n.width * scale, n.height * scale};
+        }
+        if (size.x == 0)
+            size = {240 * scale, 320 * scale};
+    }
+    skinner::Properties skin(liba::from_utf8(path), size);
+    std::wstring why = skinner::check_form(skin, form);
+    if (!why.empty())
+        return fail(path, liba::to_utf8(why));
+    skinner::ClassFactoryForm shown(skin, form);
+    shown.paint_dirty();
+    if (!skinner::write_png(out, shown.impl().back_buffer()))
+        return fail(out, "can't write the picture");
+    return kDone;
+}
+
 } // namespace
 
 int cmd_skin(const Args& args)
@@ -73,6 +131,8 @@ int cmd_skin(const Args& args)
     Args rest(args.begin() + 1, args.end());
     if (args[0] == "info")
         return skin_info(rest);
+    if (args[0] == "render")
+        return skin_render(rest);
     return kUsage;
 }
 

@@ -6,7 +6,11 @@
 #include "skinner/form_impl.h"
 #include "liba/timer.h"
 
+#include "skin_test_support.h"
+#include "tests/support/test_support.h"
+
 #include <algorithm>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -261,4 +265,39 @@ TEST(FormDeathTest, SkinLackingAControlIsFatalWithItsReport)
             RecordingForm form(screen.properties(), L"NoSuchForm");
         },
         testing::ExitedWithCode(0), "report_no_form: Skin file \\{.*\\} has no form \\{NoSuchForm\\}");
+}
+
+TEST(SkinRender, ScalesOneAndFourAreExactlyOneToFour)
+{
+    test::TempDir dir;
+    auto size_of = [](const std::filesystem::path& png) {
+        std::string bytes;
+        std::ifstream in(png, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+        if (bytes.size() < 24)
+            return Point{};
+        auto be = [&](size_t at) {
+            return int32_t(uint8_t(bytes[at])) << 24 | int32_t(uint8_t(bytes[at + 1])) << 16 |
+                   int32_t(uint8_t(bytes[at + 2])) << 8 | int32_t(uint8_t(bytes[at + 3]));
+        };
+        return Point{be(16), be(20)};
+    };
+    for (const char* form : {"Main", "Buttons", "Message"}) {
+        auto one = dir.path() / (std::string(form) + "1.png");
+        auto four = dir.path() / (std::string(form) + "4.png");
+        std::string out;
+        ASSERT_EQ(test::run(skin_test::quillctl().string() + " skin render " + skin_test::test_skin().string() + " " +
+                                form + " " + one.string() + " --scale 1", &out), 0) << out;
+        ASSERT_EQ(test::run(skin_test::quillctl().string() + " skin render " + skin_test::test_skin().string() + " " +
+                                form + " " + four.string() + " --scale 4", &out), 0) << out;
+        Point a = size_of(one), b = size_of(four);
+        EXPECT_GT(a.x, 0) << form;
+        EXPECT_EQ(b, (Point{a.x * 4, a.y * 4})) << form;
+    }
+    auto none = dir.path() / "none.png";
+    std::string out;
+    EXPECT_EQ(test::run(skin_test::quillctl().string() + " skin render " + skin_test::test_skin().string() +
+                            " NoSuchForm " + none.string() + " 2>&1", &out), 1);
+    EXPECT_NE(out.find("has no form \"NoSuchForm\""), std::string::npos) << out;
+    EXPECT_FALSE(std::filesystem::exists(none));
 }

@@ -1,0 +1,77 @@
+#include "skinner/form_render.h"
+
+#include "skinner/control_button.h"
+#include "skinner/control_frame.h"
+#include "skinner/control_panel.h"
+#include "skinner/control_picture.h"
+#include "skinner/properties.h"
+
+namespace skinner {
+
+namespace {
+
+// A control of a class not built yet: its "Normal" picture.
+class PlaceholderControl : public Control {
+public:
+    PlaceholderControl(Container* container, const std::wstring& id) : Control(container, id)
+    {
+        picture_ = get_picture(L"Normal", picture_);
+    }
+    void paint(Canvas& canvas, Point clip_position, Point clip_size) override
+    {
+        picture_.draw(canvas, position(), size());
+        Control::paint(canvas, clip_position, clip_size);
+    }
+
+private:
+    Picture picture_;
+};
+
+} // namespace
+
+std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring& id, const std::wstring& cls)
+{
+    if (cls.rfind(L"Auto.", 0) == 0)
+        return nullptr;
+    if (cls == L"Button")
+        return std::make_unique<ControlButton>(c, id);
+    if (cls == L"CheckBox")
+        return std::make_unique<ControlCheckBox>(c, id);
+    if (cls == L"Frame")
+        return std::make_unique<ControlFrame>(c, id);
+    if (cls == L"Picture")
+        return std::make_unique<ControlPicture>(c, id);
+    if (cls == L"Panel")
+        return std::make_unique<ControlPanel>(c, id);
+    return std::make_unique<PlaceholderControl>(c, id);
+}
+
+ClassFactoryForm::ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent)
+    : Form(parent, properties, name)
+{
+    int n = properties.item_count(name);
+    for (int i = 0; i < n; ++i) {
+        auto [id, cls] = properties.item(name, i);
+        if (auto control = make_control_by_class(this, id, cls))
+            controls_.push_back(std::move(control));
+    }
+    update_position();
+    invalidate_all();
+}
+
+ClassFactoryForm::~ClassFactoryForm()
+{
+    while (!controls_.empty())
+        controls_.pop_back();
+}
+
+std::wstring check_form(Properties& properties, const std::wstring& form)
+{
+    if (!properties.impl().is_valid())
+        return L"not a usable skin: " + properties.impl().load_error();
+    if (!properties.impl().choose_form(form))
+        return L"the skin has no form \"" + form + L"\" for this screen";
+    return {};
+}
+
+} // namespace skinner
