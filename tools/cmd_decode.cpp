@@ -310,11 +310,11 @@ int cmd_decode(const Args& args)
     const int rate = reader.get_rate();
     const int bits = reader.get_bits();
     if (channels < 1 || rate < 1)
-        return fail(name, "has no audio to decode (" + std::to_string(channels) + " channels at " +
+        return fail(name, "has no audio to decode (channels " + std::to_string(channels) + ", rate " +
                               std::to_string(rate) + " Hz)");
     if (channels * 2 > 0xFFFF)
         return fail(name, "has " + std::to_string(channels) + " channels, more than a 16-bit WAV holds");
-    if (bits < 1 || bits > 32)
+    if (bits < 1 || bits > 64)
         return fail(name, "has samples of " + std::to_string(bits) + " bits, which can't become 16-bit ones");
 
     // What to pull: from the sample frame where the seek landed to the one
