@@ -1,5 +1,8 @@
 #include "audio/play_chain.h"
 
+#include "audio/decoder_mpc.h"
+#include "audio/decoder_vorbis.h"
+
 namespace audio {
 
 std::wstring title_of_path(const std::wstring& path)
@@ -58,14 +61,20 @@ std::unique_ptr<PlayChain> try_reader_decoder(const std::wstring& path, const Ro
 std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const RouteMarks* marks,
                                              const TagTitleReader& tag_title)
 {
-    // Vorbis and Musepack stand between GSM and mp3, and Windows Media last
-    // (with no routed form for Musepack and Windows Media), once they exist.
+    // Windows Media comes last (with no routed form), once it exists.
     if (auto chain = try_reader_only<FileReaderWAVPCM>(path, marks, kFormatPCM))
         return chain;
     if (auto chain = try_reader_decoder<FileReaderWAVADPCM, DecoderADPCM>(path, marks, kFormatADPCM))
         return chain;
     if (auto chain = try_reader_decoder<FileReaderWAVGSM, DecoderGSM>(path, marks, kFormatGSM))
         return chain;
+    if (auto chain = try_reader_only<DecoderVorbis>(path, marks, kFormatVorbis))
+        return chain;
+    // Musepack has no routed form.
+    if (marks == nullptr)
+        if (auto chain = if_open(std::make_unique<PlayChainReaderOnly<DecoderMPC>>(
+                std::make_unique<DecoderMPC>(path), path, kFormatMPC)))
+            return chain;
     if (auto chain = if_open(std::make_unique<PlayChainMP3>(make_reader<FileReaderMP3>(path, marks), path,
                                                              kFormatMP3, tag_title)))
         return chain;

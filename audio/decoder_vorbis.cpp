@@ -1,0 +1,159 @@
+#include "audio/decoder_vorbis.h"
+
+#include "os/log.h"
+
+#include <tremor/ivorbisfile.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+
+namespace audio {
+
+struct DecoderVorbis::Stream {
+    OggVorbis_File vf{};
+};
+
+namespace {
+
+// Tremor reads the file through these, with the os::File as its source.
+size_t read_callback(void* buffer, size_t size, size_t count, void* source)
+{
+    if (size == 0)
+        return 0;
+    return static_cast<os::File*>(source)->read(buffer, size * count) / size;
+}
+
+int seek_callback(void* source, ogg_int64_t offset, int whence)
+{
+    auto* file = static_cast<os::File*>(source);
+    switch (whence) {
+    case SEEK_SET:
+        file->seek(offset);
+        break;
+    case SEEK_CUR:
+        file->seek(file->tell() + offset);
+        break;
+    case SEEK_END:
+        file->seek(file->size() + offset);
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
+long tell_callback(void* source) { return static_cast<long>(static_cast<os::File*>(source)->tell()); }
+
+std::int32_t clamp32(ogg_int64_t v) { return static_cast<std::int32_t>(std::clamp<ogg_int64_t>(v, INT32_MIN, INT32_MAX)); }
+
+} // namespace
+
+DecoderVorbis::DecoderVorbis(const std::wstring& path) : file(path, os::File::kRead), stream(std::make_unique<Stream>())
+{
+    if (!file.good())
+        return;
+    ov_callbacks callbacks{read_callback, seek_callback, nullptr, tell_callback};
+    const int result = ov_open_callbacks(&file, &stream->vf, nullptr, 0, callbacks);
+    if (result != 0) {
+        os::log() << L"vorbis: " << path << L" is not Ogg Vorbis (" << result << L")\n";
+        return;
+    }
+    info = ov_info(&stream->vf, -1);
+    if (info == nullptr) {
+        ov_clear(&stream->vf);
+        return;
+    }
+    bitrate = clamp32(ov_bitrate(&stream->vf, -1));
+}
+
+DecoderVorbis::~DecoderVorbis()
+{
+    if (info != nullptr)
+        ov_clear(&stream->vf);
+}
+
+void DecoderVorbis::get_data(PCMData& out, int n)
+{
+    liba::Lock held(lock);
+    out = PCMData();
+    if (info == nullptr || n <= 0)
+        return;
+    const int frames = std::min(n, kMaxFrames);
+    const int frame_bytes = info->channels * 2;
+    liba::ByteBlock block(static_cast<std::size_t>(frames) * static_cast<std::size_t>(frame_bytes));
+    int bitstream = 0;
+    const long got = ov_read(&stream->vf, reinterpret_cast<char*>(block.writable()),
+                             frames * frame_bytes, &bitstream);
+    if (got <= 0) {
+        // A hole ends the stream as far as the stages can tell.
+        if (got < 0)
+            os::log() << L"vorbis: read failed at sample " << ov_pcm_tell(&stream->vf) << L" (" << got << L")\n";
+        return;
+    }
+    out.bytes = liba::ByteBlock(block, 0, static_cast<std::size_t>(got));
+    out.channels = info->channels;
+    out.bits = 16;
+    out.rate = static_cast<std::int32_t>(info->rate);
+}
+
+bool DecoderVorbis::is_eof()
+{
+    liba::Lock held(lock);
+    return info == nullptr || get_position() == get_length();
+}
+
+std::int32_t DecoderVorbis::get_channels() { return info != nullptr ? info->channels : 0; }
+
+std::int32_t DecoderVorbis::get_rate() { return info != nullptr ? static_cast<std::int32_t>(info->rate) : 0; }
+
+std::int32_t DecoderVorbis::seconds_to_position(double seconds)
+{
+    const double p = std::trunc(static_cast<double>(get_rate()) * seconds);
+    return static_cast<std::int32_t>(std::clamp(p, double(INT32_MIN), double(INT32_MAX)));
+}
+
+double DecoderVorbis::position_to_seconds(std::int32_t position)
+{
+    const std::int32_t r = get_rate();
+    return r == 0 ? 0.0 : static_cast<double>(position) / r;
+}
+
+std::int32_t DecoderVorbis::get_length()
+{
+    liba::Lock held(lock);
+    return info != nullptr ? clamp32(ov_pcm_total(&stream->vf, -1)) : 0;
+}
+
+std::int32_t DecoderVorbis::get_position()
+{
+    liba::Lock held(lock);
+    return info != nullptr ? clamp32(ov_pcm_tell(&stream->vf)) : 0;
+}
+
+void DecoderVorbis::set_position(std::int32_t position)
+{
+    liba::Lock held(lock);
+    if (info != nullptr)
+        ov_pcm_seek(&stream->vf, position);
+}
+
+bool DecoderVorbis::transfer_seconds(double seconds) { return transfer_position(seconds_to_position(seconds)); }
+
+bool DecoderVorbis::transfer_position(std::int32_t amount)
+{
+    if (!is_open())
+        return false;
+    while (amount > 0) {
+        PCMData record;
+        get_data(record, amount);
+        if (record.empty())
+            return false;
+        push_data(record);
+        amount -= static_cast<std::int32_t>(record.sample_count());
+    }
+    return true;
+}
+
+} // namespace audio
