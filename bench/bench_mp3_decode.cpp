@@ -115,6 +115,13 @@ int main()
         {"plain libmad loop", {(here / "mp3_decode_plain").string(), mp3.string(), "/dev/null"}},
         {"FileReaderMP3 + DecoderMP3", {(here / "mp3_decode_pipeline").string(), mp3.string(), "/dev/null"}},
     };
+    // The same decode as a user runs it: the program's play chain pulled in
+    // the player's requests, its samples to standard output.
+    fs::path quillctl = here.parent_path() / "program" / "quillctl";
+    if (fs::exists(quillctl))
+        contenders.emplace_back("quillctl decode FILE -",
+                                std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" decode \"$1\" - >/dev/null",
+                                                         quillctl.string(), mp3.string()});
     if (on_path("madplay"))
         contenders.emplace_back("madplay -o raw:/dev/null",
                                 std::vector<std::string>{"madplay", "-q", "-o", "raw:/dev/null", mp3.string()});
