@@ -1,7 +1,9 @@
 #include "app/start_up.h"
 
+#include "app/document.h"
 #include "app/headless_shell.h"
 #include "app/settings.h"
+#include "app/status_publication.h"
 #include "liba/text.h"
 #include "os/application.h"
 #include "os/file.h"
@@ -61,12 +63,10 @@ int run_quillaphonics(const std::vector<std::string>& args)
 
     os::log().start_afresh();
     os::log() << "cmd_line[" << command_line << "] \n";
-    // The settings live here until the Document that will own them exists.
-    Settings settings;
-    // A save that was killed half-way leaves its temporary file behind; under
-    // the instance lock no other instance can be saving right now.
-    os::remove_stale_temporaries(kSettingsPath);
-    settings.load(kSettingsPath);
+    // The Document owns the settings: it reads them here and writes them as
+    // it goes, at the very end.
+    Document document;
+    const Settings& settings = document.settings();
 
     // The skin of the settings for its own screen, else the default skin;
     // without a usable one the program ends here, its settings still kept.
@@ -75,23 +75,25 @@ int run_quillaphonics(const std::vector<std::string>& args)
     skinner::SkinChoice choice;
     std::unique_ptr<skinner::Properties> skin =
         skinner::choose_skin(settings.skin, kLargestZoomThatFits, kDesktopUnknown, language, &choice);
-    if (!skin) {
-        settings.save(kSettingsPath);
+    if (!skin)
         return 0;
-    }
     os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
 
     // Until the main window exists the program runs headless: the shell acts
     // on command lines and the loop runs without a window.
-    HeadlessShell shell;
+    HeadlessShell shell(document);
     if (!app.listen_for_command_lines([&shell](const std::wstring& line) { shell.on_command_line(line); }))
         os::log() << "start-up: later starts can't reach this instance\n";
+    StatusPublication publication(document, [&shell] { shell.show(); });
+    if (!publication.publish())
+        os::log() << "start-up: the status publication is not available\n";
     shell.on_first_command_line(command_line);
     app.release_instance_lock();
+    document.notify_views(ChangeFlags::all());
 
     app.loop().run();
 
+    publication.stop();
     app.stop_listening();
-    settings.save(kSettingsPath);
     return 0;
 }

@@ -1,0 +1,172 @@
+#pragma once
+
+#include "app/play_order.h"
+#include "app/settings.h"
+#include "audio/equalizer_pcm.h"
+#include "audio/level_filter.h"
+#include "audio/pipeline.h"
+#include "audio/play_chain.h"
+#include "audio/player_pcm.h"
+#include "liba/nocopy.h"
+#include "playlist/playlist_entry.h"
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+// What changed since the views were last told. Plain data.
+struct ChangeFlags {
+    bool general = false;  // list, panels: a full refresh of the title area
+    bool position = false; // position, time, levels or bookmarks moved
+    bool state = false;    // play or record state, or a setting
+    bool volume = false;   // output volume
+    std::wstring select_path; // a file the explorer is to select; empty for none
+
+    static ChangeFlags all()
+    {
+        ChangeFlags f;
+        f.general = f.position = f.state = f.volume = true;
+        return f;
+    }
+};
+
+// The model of the program: the settings, the fixed play path (and, as its
+// stages land, the record path), the current list with its playing order and
+// the one state machine: stopped, playing, play paused (recording and record
+// paused come with the recorder). One instance, reachable through instance().
+// The UI never touches a stage; it calls Document and hears back through
+// Document::View. Audio threads never call it: on_timer, run five times a
+// second, polls the stages for the end of an item and for failure.
+// Threads: main thread only. Times are seconds, positions the current
+// reader's own unit, volume 0..1.
+class Document : liba::Nocopy {
+public:
+    // A listener, not owned. It adds itself to the Document's list when made
+    // and removes itself when destroyed, so the Document must outlive it.
+    class View {
+    public:
+        View();
+        virtual ~View();
+        virtual void on_document_changed(const ChangeFlags& changes) = 0;
+    };
+
+    // Loads the settings from `settings_path` (missing file: the defaults)
+    // and links the play path. A second Document is fatal.
+    explicit Document(const std::wstring& settings_path = kSettingsPath);
+    // Stops playing, writes the settings file.
+    ~Document();
+    // Null when there is none.
+    static Document* instance() { return instance_; }
+
+    // Queries.
+    bool is_playing() const { return play_chain_ != nullptr; }
+    bool is_recording() const { return false; }
+    bool is_paused() const;
+    // Recording: the stages are well. Playing: the reader is. Idle: no
+    // requested item failed to open.
+    bool is_healthy() const;
+    const Settings& settings() const { return settings_; }
+    int play_mode() const { return settings_.mode; }
+    double volume() const { return settings_.volume; }
+    double speed() const { return settings_.speed; }
+    int item_count() const { return static_cast<int>(items_.size()); }
+    const std::wstring& title() const { return title_; }
+    const std::wstring& playlist_name() const { return playlist_name_; }
+    const std::vector<playlist::PlaylistEntry>& items() const { return items_; }
+    const PlayOrder& play_order() const { return play_order_; }
+    // The file now playing, empty when stopped.
+    const std::wstring& current_path() const { return current_item_.path; }
+    const std::wstring& record_file_path() const { return record_path_; }
+    // The reader of the current chain, null when stopped.
+    audio::FileReader* reader() const;
+    // The format name of the current chain (audio::kFormat...), empty when stopped.
+    std::wstring format() const;
+    // Seconds into the current item, and seconds left; 0 when idle.
+    double time_position() const;
+    double remaining_time() const;
+    // "44 kHz"-like and "128 kbps"-like texts; empty when idle.
+    std::wstring rate_text() const;
+    std::wstring bitrate_text() const;
+    // The player's status, for tests and diagnostics.
+    audio::PlayerPCM::Status player_status() const { return player_.status(); }
+
+    // Tells every view, in order, what changed since the last call plus
+    // `changes`; views that change the Document meanwhile go to the next round.
+    void notify_views(const ChangeFlags& changes = {});
+
+    // Takes a list whose entries are openable paths; the order is rebuilt
+    // for the current mode with `current_index` where it stands.
+    void set_playlist(const std::wstring& name, std::vector<playlist::PlaylistEntry> items,
+                      int current_index, bool ranges_only);
+    // Plays item `index` (outside the list: where the mode says) from
+    // `start_position`. False when the list is empty or the file doesn't open.
+    bool play_item(int index, int32_t start_position);
+    // Plays a file: a sound file as a list of one, a list from its first
+    // entry. False when it is neither or its first item doesn't open.
+    bool play_file(const std::wstring& path);
+    // Plays the item where the order stands; false when there is none.
+    bool play_current();
+    // Next (1), previous (-1) or again (0) by the playing order.
+    bool step_item(int delta);
+    bool pause();
+    bool resume();
+    // Ends playing. False when nothing was playing.
+    bool stop();
+    // Recording is not built yet: these answer false and change nothing.
+    bool record(const std::wstring& default_folder);
+    bool record_overwrite(const std::wstring& path);
+    bool record_append(const std::wstring& path);
+    bool record_insert(const std::wstring& target, int32_t position);
+    // New time = time + seconds, within the item. Nothing without a chain.
+    void seek_relative(double seconds);
+    // Position = length x fraction. Nothing without a chain.
+    void seek_fraction(double fraction);
+    void set_play_mode(int mode);
+    void set_volume(double volume);
+    // Takes the record, writes the settings file and rebuilds the order for
+    // its mode.
+    void apply_settings(const Settings& new_settings);
+    // The 0.2-second poll: the end of an item (or its failed open) moves on by
+    // the mode; while playing the views hear that the position moved.
+    void on_timer();
+
+private:
+    void link_play_path();
+    void drop_chain();
+    // Ends the current item and picks the next one by the mode.
+    void end_of_item();
+
+    static Document* instance_;
+
+    std::vector<View*> views_;
+    bool ranges_only_ = false;
+    bool item_open_ = false;
+    std::wstring playlist_name_;
+    std::wstring title_;
+    std::wstring record_path_;
+    playlist::PlaylistEntry current_item_;
+    std::vector<playlist::PlaylistEntry> items_;
+    PlayOrder play_order_;
+    // Items that failed to open since the last one that opened: a whole
+    // pass of them stops playing, so a list of bad files never spins.
+    int failed_opens_ = 0;
+    // The reader's position at the last tick on which the player had
+    // finished its stream: a file cut short while playing never reaches the
+    // length its header gives, so a stream that stays finished on a reader
+    // that no longer moves ends the item as well.
+    int32_t stalled_position_ = -1;
+
+    // The play path, in the order of the data: the chain, input_stage, the
+    // active equalisers, level_filter, player. Members are destroyed in
+    // reverse, the player (and its thread) first.
+    audio::NullProcessor<audio::PCMData> input_stage_;
+    std::array<audio::EqualizerPCM, 3> equalizers_;
+    audio::LevelFilter level_filter_;
+    audio::PlayerPCM player_;
+    std::unique_ptr<audio::PlayChain> play_chain_;
+
+    std::wstring settings_path_;
+    Settings settings_;
+    ChangeFlags pending_changes_ = ChangeFlags::all();
+};

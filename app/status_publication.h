@@ -1,0 +1,60 @@
+#pragma once
+
+#include "app/status_publication_wire.h"
+#include "liba/nocopy.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+class Document;
+
+// The server of the status publication: numbered commands arrive on the
+// program's socket, owner-only, and run on the main thread against the
+// Document, reading their arguments from the shared clipboard and writing
+// their answers there. Commands 1 to 4 record, which answers false until
+// recording exists.
+// Threads: construct, publish, stop and handle on the main thread; a thread
+// of its own accepts connections and waits for each command's result.
+class StatusPublication : liba::Nocopy {
+public:
+    // "show" of a command was "y": bring the window forward.
+    using ShowHandler = std::function<void()>;
+
+    StatusPublication(Document& document, ShowHandler show);
+    ~StatusPublication();
+
+    // Opens the shared memory and listens on `socket` (which is made
+    // owner-only). False when either fails.
+    bool publish(const std::string& socket = status::socket_path());
+    // Stops listening and removes the socket file. Idempotent.
+    void stop();
+
+    // Runs one command: its result is whether the answer was written; 0 for
+    // an unknown number or unreadable arguments.
+    int32_t handle(int32_t command);
+    // The status as command 7 answers it.
+    status::CQuillaphonicsStatus build_status() const;
+    // The clipboard in use (null before publish unless one was given).
+    void use_clipboard(std::unique_ptr<status::CCommClipboard> clipboard) { clipboard_ = std::move(clipboard); }
+
+private:
+    class Receiver;
+    void accept_loop();
+    void serve(int connection);
+    // Reads the argument text of `command`; false when it can't be read.
+    bool read_fields(int32_t command, std::vector<std::wstring>& fields);
+    bool answer(bool value);
+    bool play(const std::wstring& path);
+
+    Document& document_;
+    ShowHandler show_;
+    std::unique_ptr<status::CCommClipboard> clipboard_;
+    std::unique_ptr<Receiver> receiver_;
+    std::string path_;
+    int listen_fd_ = -1;
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
