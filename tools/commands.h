@@ -26,6 +26,18 @@ int cmd_log(const Args& args);
 int cmd_marks(const Args& args);
 int cmd_skin(const Args& args);
 int cmd_tag(const Args& args);
+// Remote control of the running program (cmd_remote.cpp).
+int cmd_play(const Args& args);
+int cmd_record(const Args& args);
+int cmd_overwrite(const Args& args);
+int cmd_append(const Args& args);
+int cmd_insert(const Args& args);
+int cmd_pause(const Args& args);
+int cmd_stop(const Args& args);
+int cmd_status(const Args& args);
+int cmd_next(const Args& args);
+int cmd_previous(const Args& args);
+int cmd_step(const Args& args);
 
 // The `key: value` lines of an ID3 version 1 tag (title, artist, album,
 // year, comment where not empty, track where not 0, genre); nothing when

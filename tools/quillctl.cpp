@@ -90,6 +90,24 @@ const Command kCommands[] = {
      "            the end); a tag elsewhere is left alone\n"
      "A missing file or one that is not MP3 fails and stays untouched.\n",
      cmd_tag},
+    {"play", "play [PATH] [--show]",
+     "Plays PATH (a sound file, or a list from its first entry) in the running\n"
+     "program; without PATH, the program's current item. Prints ok or failed.\n", cmd_play},
+    {"record", "record [PATH FORMAT] [--show]",
+     "Starts a recording: without arguments where the program puts new ones; with\n"
+     "PATH, FORMAT 0 to 8 picks codec and MP3 bit rate. Prints ok or failed.\n", cmd_record},
+    {"overwrite", "overwrite PATH [--show]", "Records over PATH in its own format.\n", cmd_overwrite},
+    {"append", "append PATH [--show]", "Records onto the end of PATH.\n", cmd_append},
+    {"insert", "insert PATH POSITION [--show]",
+     "Records into PATH at POSITION (the file's own position unit).\n", cmd_insert},
+    {"pause", "pause [--show]", "Pauses the program, or resumes it when paused.\n", cmd_pause},
+    {"stop", "stop [--show]", "Stops playing or recording.\n", cmd_stop},
+    {"status", "status [--show]",
+     "Prints the running program's status: state, path, length, position, format,\n"
+     "rate, bits, kbps, stereo, time_ms.\n", cmd_status},
+    {"next", "next [--show]", "Plays the next item of the list by the playback mode.\n", cmd_next},
+    {"previous", "previous [--show]", "Plays the previous item of the list.\n", cmd_previous},
+    {"step", "step DELTA [--show]", "Moves DELTA items through the playing order and plays.\n", cmd_step},
 };
 
 void print_usage(FILE* to)
