@@ -2,6 +2,8 @@
 
 #include "audio/decoder_mpc.h"
 #include "audio/decoder_vorbis.h"
+#include "audio/file_reader_wma.h"
+#include "audio/play_chain_wma.h"
 
 namespace audio {
 
@@ -61,7 +63,6 @@ std::unique_ptr<PlayChain> try_reader_decoder(const std::wstring& path, const Ro
 std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const RouteMarks* marks,
                                              const TagTitleReader& tag_title)
 {
-    // Windows Media comes last (with no routed form), once it exists.
     if (auto chain = try_reader_only<FileReaderWAVPCM>(path, marks, kFormatPCM))
         return chain;
     if (auto chain = try_reader_decoder<FileReaderWAVADPCM, DecoderADPCM>(path, marks, kFormatADPCM))
@@ -78,6 +79,9 @@ std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const Rou
     if (auto chain = if_open(std::make_unique<PlayChainMP3>(make_reader<FileReaderMP3>(path, marks), path,
                                                              kFormatMP3, tag_title)))
         return chain;
+    // The media service last: it may take files every reader above refused.
+    if (marks == nullptr)
+        return if_open(std::make_unique<PlayChainWMA>(std::make_unique<FileReaderWMA>(path), path, kFormatWMA));
     return nullptr;
 }
 

@@ -1,3 +1,4 @@
+#include "audio/file_reader_wma.h"
 #include "audio/play_chain.h"
 #include "files/id3_tag.h"
 #include "files/range_marks.h"
@@ -116,6 +117,8 @@ int cmd_info(const Args& args)
 {
     if (args.empty())
         return kUsage;
+    // Asking the media service about a file must not play it aloud.
+    audio::FileReaderWMA::set_audio_sink("fakesink");
     int result = kDone;
     bool printed = false;
     for (const std::string& file : args) {

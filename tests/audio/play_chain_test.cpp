@@ -1,5 +1,6 @@
 // Play chains found by content, their decoded output against sox, their
 // titles, and routes through marked ranges of PCM, GSM, ADPCM and MP3 files.
+#include "audio/file_reader_wma.h"
 #include "audio/play_chain.h"
 
 #include "audio_test_util.h"
@@ -101,6 +102,8 @@ std::wstring format_of(const fs::path& f)
 
 TEST(PlayChain, FindsTheFormatByContentNotByName)
 {
+    // Files that reach the media service must not open a sound device.
+    audio::FileReaderWMA::set_audio_sink("fakesink sync=true");
     struct Group {
         const char* pattern;
         const wchar_t* format;
@@ -130,10 +133,12 @@ TEST(PlayChain, FindsTheFormatByContentNotByName)
         }
     }
 
-    // The WAVs the readers refuse get no WAV chain, and no frame scan takes
-    // them either.
-    for (const auto& f : test::media("refused_*.wav"))
-        EXPECT_EQ(format_of(f), L"(none)") << f.filename();
+    // The WAVs the readers refuse get no WAV chain and no frame scan takes
+    // them; the media service, tried last, may still play them.
+    for (const auto& f : test::media("refused_*.wav")) {
+        std::wstring format = format_of(f);
+        EXPECT_TRUE(format == L"(none)" || format == audio::kFormatWMA) << f.filename();
+    }
 
     test::TempDir dir;
     fs::copy_file(one_media("mp3_cbr64_16000.mp3"), dir / "a.wav");
