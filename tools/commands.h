@@ -19,6 +19,7 @@ inline constexpr int kUsage = 2;
 // Prints "quillctl: WHAT: WHY" on standard error and returns kFailed.
 int fail(const std::string& what, const std::string& why);
 
+int cmd_convert(const Args& args);
 int cmd_decode(const Args& args);
 int cmd_info(const Args& args);
 int cmd_list(const Args& args);

@@ -27,6 +27,12 @@ struct Command {
 
 // One row per command, in the order the usage lists them.
 const Command kCommands[] = {
+    {"convert", "convert IN OUT.mp3",
+     "Converts IN to an MP3 at 64 kbit/s as the program does, its marks carried\n"
+     "over by time into OUT.mp3.bm. OUT.mp3 is written under a temporary name and\n"
+     "replaces an existing file only when the conversion succeeds. A progress line\n"
+     "shows on standard error when that is a terminal.\n",
+     cmd_convert},
     {"decode", "decode FILE OUT [--start S] [--end S] [--route]",
      "Plays FILE through the program's play path, pulled in the player's requests,\n"
      "into OUT instead of the speaker, as fast as the machine allows. OUT is a .wav\n"
