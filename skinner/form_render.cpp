@@ -2,8 +2,12 @@
 
 #include "skinner/control_button.h"
 #include "skinner/control_frame.h"
+#include "skinner/control_lcd.h"
 #include "skinner/control_panel.h"
+#include "skinner/control_panel_auto_scroll.h"
 #include "skinner/control_picture.h"
+#include "skinner/control_progress.h"
+#include "skinner/control_scroll_bar.h"
 #include "skinner/properties.h"
 
 namespace skinner {
@@ -43,6 +47,14 @@ std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring&
         return std::make_unique<ControlPicture>(c, id);
     if (cls == L"Panel")
         return std::make_unique<ControlPanel>(c, id);
+    if (cls == L"PanelAutoScroll")
+        return std::make_unique<ControlPanelAutoScroll>(c, id);
+    if (cls == L"Progress")
+        return std::make_unique<ControlProgress>(c, id);
+    if (cls == L"LCD")
+        return std::make_unique<ControlLCD>(c, id);
+    if (cls == L"ScrollBar")
+        return std::make_unique<ControlScrollBar>(c, id);
     return std::make_unique<PlaceholderControl>(c, id);
 }
 

@@ -27,11 +27,13 @@ TEST(QuillctlSkinInfo, PrintsVersionSizesScaleAndForms)
               "native: 320x240\n"
               "scale: 1\n"
               "form: Buttons\n"
+              "form: Controls\n"
               "form: Main\n"
               "form: Message\n"
               "form: Settings\n"
               "form: SettingsPhone\n"
               "form: SettingsWide\n"
+              "form: Tall\n"
               "form: Tools\n");
     ASSERT_EQ(info(skin + " --size 640x480", &out), 0);
     EXPECT_NE(out.find("\nscale: 2\n"), std::string::npos) << out;
