@@ -92,7 +92,7 @@ int cmd_convert(const Args& args)
         }
     }
     if (!conversion.finish())
-        return fail(args[1], conversion.is_eof() ? "can't be written" : "the source could not be read to its end");
+        return conversion.is_eof() ? fail(args[1], "can't be written") : fail(args[0], "could not be read to its end");
     if (std::rename(os::native_path(temporary).c_str(), os::native_path(out).c_str()) != 0) {
         os::FileAttributes(temporary).remove();
         return fail(args[1], "can't be written");
