@@ -36,7 +36,7 @@ constexpr gint64 kStallUs = 10 * G_USEC_PER_SEC;
 
 // No rate or channel count: the stream's own pass through unchanged.
 constexpr const char* kSinkDescription =
-    "audioconvert ! appsink name=samples sync=false max-buffers=16 "
+    "audioconvert dithering=none noise-shaping=none ! appsink name=samples sync=false max-buffers=16 "
     "caps=audio/x-raw,format=S16LE,layout=interleaved";
 
 void close_service(MediaServiceSamples::Service* s)

@@ -1,3 +1,4 @@
+#include "audio/media_service_samples.h"
 #include "audio/pipeline.h"
 #include "audio/play_chain.h"
 #include "audio/wav_info.h"
@@ -266,6 +267,75 @@ std::optional<audio::RouteMarks> route_of(const std::wstring& file, const std::s
     return route;
 }
 
+std::unique_ptr<Output> output_for(const std::string& out)
+{
+    if (out == "-")
+        return std::make_unique<RawOutput>();
+    return std::make_unique<WavOutput>(liba::from_utf8(out));
+}
+
+// A file the media service plays: its own sample output, not the play
+// path, gives the samples, in the stream's rate and channels.
+int decode_media_service(const Request& request, const std::string& name)
+{
+    if (request.route)
+        return fail(name, "plays through the media service, which has no route playing");
+    audio::MediaServiceSamples samples(request.file);
+    if (!samples.is_open())
+        return fail(name, "the media service can't decode it: " + samples.error());
+    const int channels = samples.get_channels();
+    const int rate = samples.get_rate();
+    if (channels * 2 > 0xFFFF)
+        return fail(name, "has " + std::to_string(channels) + " channels, more than a 16-bit WAV holds");
+    const double duration = samples.get_duration();
+    if (request.start) {
+        if (duration > 0 && *request.start >= duration) {
+            char buf[128];
+            std::snprintf(buf, sizeof buf, "--start %.3f is not before the end (%.3f s)", *request.start, duration);
+            return fail(name, buf);
+        }
+        if (!samples.seek(*request.start))
+            return fail(name, "the media service can't seek to --start");
+    }
+    std::unique_ptr<Output> output = output_for(request.out);
+    if (!output->begin(channels, rate))
+        return fail(request.out, output->why);
+    const std::size_t frame_bytes = static_cast<std::size_t>(channels) * 2;
+    // Up to the sample frame --end names, counted from where the first
+    // block stands.
+    std::optional<std::int64_t> frames_left;
+    Progress progress(duration);
+    std::string block;
+    std::int64_t written = 0;
+    double at = -1;
+    while (!frames_left || *frames_left > 0) {
+        block.clear();
+        if (!samples.read(block, &at))
+            break;
+        if (request.end && !frames_left) {
+            const double first = at >= 0 ? at : request.start.value_or(0);
+            frames_left = std::max<std::int64_t>(
+                static_cast<std::int64_t>(std::trunc(*request.end * rate)) - std::llround(first * rate), 0);
+        }
+        block.resize(block.size() / frame_bytes * frame_bytes);
+        if (frames_left) {
+            const auto frames = static_cast<std::int64_t>(block.size() / frame_bytes);
+            if (frames > *frames_left)
+                block.resize(static_cast<std::size_t>(*frames_left) * frame_bytes);
+            *frames_left -= std::min(frames, *frames_left);
+        }
+        if (!output->write(block))
+            return fail(request.out, output->why);
+        written += static_cast<std::int64_t>(block.size() / frame_bytes);
+        progress.show(request.start.value_or(0) + static_cast<double>(written) / rate);
+    }
+    if (!samples.error().empty())
+        return fail(name, "the media service failed: " + samples.error());
+    if (!output->finish())
+        return fail(request.out, output->why);
+    return kDone;
+}
+
 } // namespace
 
 int cmd_decode(const Args& args)
@@ -302,8 +372,11 @@ int cmd_decode(const Args& args)
     }
     if (!chain || chain->get_reader() == nullptr)
         return fail(name, "no reader opens it: not a sound file the program plays");
-    if (!chain->uses_player())
-        return fail(name, "plays through the media service, which this build lacks");
+    if (!chain->uses_player()) {
+        // The chain's own hold on the service goes before the decode's.
+        chain.reset();
+        return decode_media_service(*request, name);
+    }
 
     audio::FileReader& reader = *chain->get_reader();
     const int channels = reader.get_channels();
@@ -343,11 +416,7 @@ int cmd_decode(const Args& args)
     audio::connect(*chain->get_provider(), &head);
     audio::connect(head, &end);
 
-    std::unique_ptr<Output> output;
-    if (to_stdout)
-        output = std::make_unique<RawOutput>();
-    else
-        output = std::make_unique<WavOutput>(out_path);
+    std::unique_ptr<Output> output = output_for(request->out);
     int result = kDone;
     if (!output->begin(channels, rate)) {
         result = fail(request->out, output->why);
