@@ -119,7 +119,7 @@ TEST(Properties, TheWidestFittingVariantOfAFormWins)
     EXPECT_NE(report.find(L"+Settings Size=240,320 Devices= good_for_device\n"), std::wstring::npos);
     EXPECT_NE(report.find(L"+SettingsWide Size=320,240 Devices= good_for_device\n"), std::wstring::npos);
     EXPECT_NE(report.find(L"-Main\n"), std::wstring::npos);
-    EXPECT_EQ(std::count(report.begin(), report.end(), L'\n'), 9);
+    EXPECT_EQ(std::count(report.begin(), report.end(), L'\n'), 10);
     // A longer name never matches a shorter node.
     EXPECT_EQ(skin.impl().choose_form(L"SettingsWide"), 0u);
     EXPECT_EQ(skin.impl().choose_form(L"SettingsWideX"), 0u);

@@ -27,6 +27,7 @@ TEST(QuillctlSkinInfo, PrintsVersionSizesScaleAndForms)
               "native: 320x240\n"
               "scale: 1\n"
               "form: Buttons\n"
+              "form: ConfirmYesNo\n"
               "form: Controls\n"
               "form: Main\n"
               "form: Message\n"
