@@ -61,14 +61,31 @@ std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring&
 ClassFactoryForm::ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent)
     : Form(parent, properties, name)
 {
-    int n = properties.item_count(name);
-    for (int i = 0; i < n; ++i) {
-        auto [id, cls] = properties.item(name, i);
-        if (auto control = make_control_by_class(this, id, cls))
-            controls_.push_back(std::move(control));
-    }
+    build_items(*this, 0);
     update_position();
     invalidate_all();
+}
+
+void ClassFactoryForm::build_items(Container& container, int depth)
+{
+    // Panels nest through their templates; a skin whose templates name each
+    // other in a ring stops here.
+    constexpr int kDeepest = 8;
+    const std::wstring form = container.name();
+    int n = properties().item_count(form);
+    for (int i = 0; i < n; ++i) {
+        auto [id, cls] = properties().item(form, i);
+        if (auto control = make_control_by_class(&container, id, cls))
+            controls_.push_back(std::move(control));
+    }
+    if (depth >= kDeepest)
+        return;
+    const std::vector<Control*> children = container.children();
+    for (Control* child : children) {
+        auto* panel = dynamic_cast<ControlPanel*>(child);
+        if (panel && panel->inner().source() != kNoSkin && !panel->inner().name().empty())
+            build_items(panel->inner(), depth + 1);
+    }
 }
 
 ClassFactoryForm::~ClassFactoryForm()

@@ -18,6 +18,8 @@ public:
     ~ClassFactoryForm() override;
 
 private:
+    // The items of the container's form, then those of every panel in it.
+    void build_items(Container& container, int depth);
     std::vector<std::unique_ptr<Control>> controls_;
 };
 

@@ -248,3 +248,19 @@ TEST(BasicControls, AutoScrollPanelShowsTheBarsItsContentNeeds)
     // content off the border.
     EXPECT_NE(form.pixel({8 + 10, bottom->position().y + 12}), form.pixel({8 + 1, bottom->position().y + 12}));
 }
+
+TEST(BasicControls, FormsBuiltByClassFillTheirPanelsToo)
+{
+    TestScreen screen(2);
+    skinner::ClassFactoryForm form(screen.properties(), L"Main");
+    auto* panel = dynamic_cast<skinner::ControlPanel*>(form.find_control(L"pnlTools"));
+    ASSERT_NE(panel, nullptr);
+    auto* a = dynamic_cast<skinner::ControlButton*>(panel->inner().find_control(L"btnA"));
+    ASSERT_NE(a, nullptr) << "the template's own controls, not only its automatic ones";
+    EXPECT_EQ(a->position(), panel->position()) << "placed within the panel";
+    EXPECT_EQ(a->size(), (Point{96, 48}));
+    form.show(true);
+    form.paint_dirty();
+    const uint32_t inside = drawing_test::pixel_at(form.impl().back_buffer(), a->center().x, a->center().y);
+    EXPECT_EQ(inside & 0xFFFFFFu, kButtonBlue);
+}
