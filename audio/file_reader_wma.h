@@ -66,6 +66,11 @@ public:
     // ("fakesink sync=true"); empty for GStreamer's default audio sink.
     // Process-wide, read when a reader is made.
     static void set_audio_sink(const std::string& description);
+    // Whether files may be handed to the service at all (true by default).
+    // A process that must never start GStreamer (a fuzzer feeding random
+    // bytes to the play-chain factory) switches it off; readers made then
+    // stay closed.
+    static void set_service_allowed(bool allowed);
 
     static constexpr int kLoadTimeoutMs = 10000;
 
