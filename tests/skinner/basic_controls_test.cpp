@@ -64,13 +64,16 @@ constexpr uint32_t kDigitRed = 0xc00000;
 // wakes the loop at the end when nothing else would.
 void run_for(TestScreen& screen, int ms)
 {
+    // The loop ends when this timer has fired: a deadline of the wall clock
+    // could fall just after the timer's own tick, and with no timer left the
+    // loop would then sleep for good.
     struct Wake : liba::Timer::Listener {
-        void on_timer(liba::Timer&) override {}
+        bool fired = false;
+        void on_timer(liba::Timer&) override { fired = true; }
     } wake;
     liba::Timer timer(wake);
     timer.start(ms / 1000.0);
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    screen.loop().run([&] { return std::chrono::steady_clock::now() >= end; });
+    screen.loop().run([&] { return wake.fired; });
 }
 
 } // namespace
