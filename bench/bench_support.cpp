@@ -1,0 +1,127 @@
+#include "bench_support.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+#include <utility>
+
+extern char** environ;
+
+namespace bench {
+
+namespace {
+
+double seconds(const timeval& t) { return double(t.tv_sec) + double(t.tv_usec) * 1e-6; }
+
+double since(const timespec& start)
+{
+    timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    return double(end.tv_sec - start.tv_sec) + double(end.tv_nsec - start.tv_nsec) * 1e-9;
+}
+
+std::string quoted(const std::string& s)
+{
+    std::string q = "'";
+    for (char c : s)
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+} // namespace
+
+Contender::Contender(std::string n, std::vector<std::string> a) : name(std::move(n)), argv(std::move(a)) {}
+
+Timing run(const std::vector<std::string>& argv)
+{
+    Timing t;
+    int pipe_fds[2];
+    if (pipe(pipe_fds) != 0)
+        return t;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], 1);
+    posix_spawn_file_actions_addclose(&actions, pipe_fds[0]);
+    std::vector<char*> args;
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    timespec start;
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    pid_t pid = -1;
+    int spawned = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(pipe_fds[1]);
+    if (spawned != 0) {
+        close(pipe_fds[0]);
+        return t;
+    }
+    char buf[256];
+    ssize_t n;
+    while ((n = read(pipe_fds[0], buf, sizeof buf)) > 0)
+        t.out.append(buf, static_cast<size_t>(n));
+    close(pipe_fds[0]);
+    int status = 0;
+    rusage usage{};
+    wait4(pid, &status, 0, &usage);
+    t.wall = since(start);
+    t.cpu = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    t.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return t;
+}
+
+bool race(std::vector<Contender>& contenders, int rounds, const char* bench)
+{
+    for (auto& c : contenders)
+        c.ok = run(c.argv).ok;
+    for (int round = 0; round < rounds; ++round) {
+        for (auto& c : contenders) {
+            Timing t = run(c.argv);
+            c.ok = c.ok && t.ok;
+            c.cpu = std::min(c.cpu, t.cpu);
+            c.wall = std::min(c.wall, t.wall);
+            c.out = t.out;
+        }
+    }
+    bool all_ok = true;
+    for (const auto& c : contenders) {
+        if (!c.ok) {
+            std::fprintf(stderr, "%s: %s failed\n", bench, c.name.c_str());
+            all_ok = false;
+        }
+    }
+    return all_ok;
+}
+
+std::filesystem::path here() { return std::filesystem::read_symlink("/proc/self/exe").parent_path(); }
+
+bool make_once(const std::filesystem::path& file, const std::string& make, const char* bench)
+{
+    if (std::filesystem::exists(file))
+        return true;
+    std::filesystem::create_directories(file.parent_path());
+    std::printf("%s: making %s\n", bench, file.c_str());
+    std::fflush(stdout);
+    // The partial name keeps the extension, which sox and lame go by.
+    const std::string partial = (file.parent_path() / ("partial-" + file.filename().string())).string();
+    const std::string cmd = "sh -c " + quoted(make) + " " + quoted(partial) + " && mv " + quoted(partial) + " " +
+                            quoted(file.string());
+    if (std::system(cmd.c_str()) != 0) {
+        std::fprintf(stderr, "%s: could not make %s\n", bench, file.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool on_path(const char* program)
+{
+    std::string cmd = std::string("command -v ") + program + " >/dev/null 2>&1";
+    return std::system(cmd.c_str()) == 0;
+}
+
+} // namespace bench

@@ -1,0 +1,47 @@
+// Shared by the benchmarks: runs whole processes, keeps each contender's
+// best CPU and wall time over alternating rounds, and makes bench media once.
+// Called from a benchmark's main thread only. Times are in seconds.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Timing {
+    double cpu = 0.0;  // user and system seconds of the child
+    double wall = 0.0; // seconds
+    std::string out;   // what it printed on standard output
+    bool ok = false;   // exited with 0
+};
+
+// Runs `argv` (searched on PATH) with its standard output into a pipe.
+Timing run(const std::vector<std::string>& argv);
+
+struct Contender {
+    Contender(std::string n, std::vector<std::string> a);
+    std::string name;
+    std::vector<std::string> argv;
+    double cpu = 1e300;
+    double wall = 1e300;
+    std::string out; // standard output of the last round
+    bool ok = true;
+};
+
+// One warm-up round fills the page cache; then the contenders take turns
+// for `rounds` rounds and each keeps its best times. False, with a line on
+// stderr naming `bench` and the contender, when any run failed.
+bool race(std::vector<Contender>& contenders, int rounds, const char* bench);
+
+// The folder of the running benchmark program.
+std::filesystem::path here();
+
+// Makes `file` with the shell command `make`, which writes "$0": a partial
+// name beside `file` with its extension, renamed into place on success.
+// Does nothing when `file` is already there.
+bool make_once(const std::filesystem::path& file, const std::string& make, const char* bench);
+
+bool on_path(const char* program);
+
+} // namespace bench
