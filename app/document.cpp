@@ -44,6 +44,7 @@ Document::Document(const std::wstring& settings_path) : settings_path_(settings_
     // the instance lock no other instance can be saving right now.
     os::remove_stale_temporaries(settings_path_);
     settings_.load(settings_path_);
+    audio::connect(record_input_, &active_buffer_);
     link_play_path();
     player_.set_volume(settings_.volume);
     play_order_.build(0, -1, settings_.mode);
@@ -51,6 +52,8 @@ Document::Document(const std::wstring& settings_path) : settings_path_(settings_
 
 Document::~Document()
 {
+    if (is_recording())
+        stop_recording();
     // The player's thread must not pull through stages that go before it.
     audio::connect(level_filter_, nullptr);
     drop_chain();
@@ -89,6 +92,8 @@ std::wstring Document::format() const
 
 bool Document::is_paused() const
 {
+    if (is_recording())
+        return is_record_paused();
     if (!play_chain_)
         return false;
     return play_chain_->uses_player() ? player_.is_paused() : play_chain_->is_paused();
@@ -96,6 +101,8 @@ bool Document::is_paused() const
 
 bool Document::is_healthy() const
 {
+    if (is_recording())
+        return recording_healthy();
     if (audio::FileReader* r = reader())
         return r->is_open();
     return !item_open_;
@@ -249,6 +256,10 @@ bool Document::step_item(int delta)
 
 bool Document::pause()
 {
+    if (is_recording()) {
+        set_record_paused(true);
+        return true;
+    }
     if (!play_chain_)
         return false;
     pending_changes_.state = true;
@@ -259,6 +270,10 @@ bool Document::pause()
 
 bool Document::resume()
 {
+    if (is_recording()) {
+        set_record_paused(false);
+        return true;
+    }
     if (!play_chain_)
         return false;
     pending_changes_.state = true;
@@ -271,6 +286,8 @@ bool Document::stop()
 {
     pending_changes_.state = true;
     item_open_ = false;
+    if (is_recording())
+        return stop_recording();
     if (play_chain_) {
         drop_chain();
         player_.stop();
@@ -281,26 +298,6 @@ bool Document::stop()
     // item before it.
     player_.stop();
     current_item_ = playlist::PlaylistEntry();
-    return false;
-}
-
-bool Document::record(const std::wstring&)
-{
-    return false;
-}
-
-bool Document::record_overwrite(const std::wstring&)
-{
-    return false;
-}
-
-bool Document::record_append(const std::wstring&)
-{
-    return false;
-}
-
-bool Document::record_insert(const std::wstring&, int32_t)
-{
     return false;
 }
 
@@ -372,6 +369,10 @@ void Document::end_of_item()
 
 void Document::on_timer()
 {
+    if (is_recording()) {
+        on_record_timer();
+        return;
+    }
     if (item_open_) {
         audio::FileReader* r = reader();
         bool stalled = false;

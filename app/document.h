@@ -4,10 +4,14 @@
 #include "app/settings.h"
 #include "audio/equalizer_pcm.h"
 #include "audio/level_filter.h"
+#include "audio/active_buffer.h"
 #include "audio/pipeline.h"
 #include "audio/play_chain.h"
 #include "audio/player_pcm.h"
+#include "audio/record_chain.h"
+#include "audio/recorder_pcm.h"
 #include "liba/nocopy.h"
+#include "os/date_time.h"
 #include "playlist/playlist_entry.h"
 
 #include <array>
@@ -61,7 +65,7 @@ public:
 
     // Queries.
     bool is_playing() const { return play_chain_ != nullptr; }
-    bool is_recording() const { return false; }
+    bool is_recording() const { return recorder_ != nullptr; }
     bool is_paused() const;
     // Recording: the stages are well. Playing: the reader is. Idle: no
     // requested item failed to open.
@@ -113,8 +117,15 @@ public:
     bool resume();
     // Ends playing. False when nothing was playing.
     bool stop();
-    // Recording is not built yet: these answer false and change nothing.
+    // Stops, and records a new file named by the "Record" settings in
+    // `default_folder` (or where the settings say), in their format. False
+    // when no chain or no capture device could be made.
     bool record(const std::wstring& default_folder);
+    // Stops, and records into `path` in the codec and MP3 bit rate of the
+    // remote control's row `format_index` (0..8), with rate, bits and
+    // channels from the settings. False for another index.
+    bool record_to(const std::wstring& path, int format_index);
+    // Record into an existing file in its format; not built yet: false.
     bool record_overwrite(const std::wstring& path);
     bool record_append(const std::wstring& path);
     bool record_insert(const std::wstring& target, int32_t position);
@@ -136,6 +147,26 @@ private:
     void drop_chain();
     // Ends the current item and picks the next one by the mode.
     void end_of_item();
+
+    // The record side (document_record.cpp).
+    // The first free "<prefix><n>.<extension>" in `folder`, n from 1.
+    static std::wstring numbered_name(const std::wstring& folder, const std::wstring& prefix,
+                                      const std::wstring& extension);
+    // "<folder>/<prefix> dd mon yy hh-mm-ss.<extension>" at time `t`.
+    static std::wstring dated_name(const std::wstring& folder, const std::wstring& prefix,
+                                   const std::wstring& extension, const os::DateTime& t);
+    std::wstring new_record_path(const std::wstring& default_folder) const;
+    bool start_recording(std::unique_ptr<audio::RecordChain> chain, const std::wstring& path);
+    // Links the new recorder and chain, beeps and starts capture; drops
+    // both on failure.
+    bool start_capture();
+    void drop_recording();
+    // Ends capture, drains the buffer into the chain and closes the file.
+    bool stop_recording();
+    bool is_record_paused() const;
+    void set_record_paused(bool paused);
+    bool recording_healthy() const;
+    void on_record_timer();
 
     static Document* instance_;
 
@@ -165,6 +196,15 @@ private:
     audio::LevelFilter level_filter_;
     audio::PlayerPCM player_;
     std::unique_ptr<audio::PlayChain> play_chain_;
+
+    // The record path, in the order of the data: the recorder, record_input_
+    // (the fixed head, where input gain and meters take their places),
+    // active_buffer_, the chain. The recorder and the chain exist while a
+    // recording runs; the fixed stages live as long as the Document.
+    audio::NullProcessor<audio::PCMData> record_input_;
+    audio::ActiveBuffer active_buffer_;
+    std::unique_ptr<audio::RecorderPCM> recorder_;
+    std::unique_ptr<audio::RecordChain> record_chain_;
 
     std::wstring settings_path_;
     Settings settings_;

@@ -254,8 +254,7 @@ int32_t StatusPublication::handle(int32_t command)
             std::optional<long long> format = liba::text_to_int(f[1]);
             if (!format)
                 return 0;
-            // Recording into a named file comes with the record chains.
-            ok = false;
+            ok = document_.record_to(f[0], static_cast<int>(*format));
         }
         break;
     }

@@ -47,19 +47,19 @@ void ActiveBuffer::get_data(PCMData& out, int)
     out = PCMData();
 }
 
-bool ActiveBuffer::is_good()
+bool ActiveBuffer::is_good() const
 {
     std::lock_guard<std::mutex> g(mutex_);
     return good_;
 }
 
-std::int32_t ActiveBuffer::pending_bytes()
+std::int32_t ActiveBuffer::pending_bytes() const
 {
     std::lock_guard<std::mutex> g(mutex_);
     return static_cast<std::int32_t>(pending_);
 }
 
-std::int32_t ActiveBuffer::queued_records()
+std::int32_t ActiveBuffer::queued_records() const
 {
     std::lock_guard<std::mutex> g(mutex_);
     return static_cast<std::int32_t>(queue_.size()) + in_hand_;

@@ -41,9 +41,9 @@ public:
     // Nothing can be pulled: an empty record with a zeroed format.
     void get_data(PCMData& out, int n) override;
 
-    bool is_good();
-    std::int32_t pending_bytes();
-    std::int32_t queued_records();
+    bool is_good() const;
+    std::int32_t pending_bytes() const;
+    std::int32_t queued_records() const;
     // Accepts again and empties the queue.
     void reset();
 
@@ -52,7 +52,7 @@ protected:
 
 private:
     FreeMemory free_memory_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<PCMData> queue_;
     bool good_ = true;
