@@ -121,14 +121,6 @@ bool DecoderMPC::is_eof()
     return channels == 0 || position >= length;
 }
 
-std::int32_t DecoderMPC::seconds_to_position(double seconds)
-{
-    const double p = std::trunc(static_cast<double>(rate) * seconds);
-    return static_cast<std::int32_t>(std::clamp(p, double(INT32_MIN), double(INT32_MAX)));
-}
-
-double DecoderMPC::position_to_seconds(std::int32_t p) { return rate == 0 ? 0.0 : static_cast<double>(p) / rate; }
-
 std::int32_t DecoderMPC::get_length() { return length; }
 
 std::int32_t DecoderMPC::get_position()
@@ -145,23 +137,6 @@ void DecoderMPC::set_position(std::int32_t p)
     position = std::max(p, 0);
     residue = PCMData();
     mpc_demux_seek_sample(stream->demux, static_cast<mpc_uint64_t>(position));
-}
-
-bool DecoderMPC::transfer_seconds(double seconds) { return transfer_position(seconds_to_position(seconds)); }
-
-bool DecoderMPC::transfer_position(std::int32_t amount)
-{
-    if (!is_open())
-        return false;
-    while (amount > 0) {
-        PCMData record;
-        get_data(record, amount);
-        if (record.empty())
-            return false;
-        push_data(record);
-        amount -= static_cast<std::int32_t>(record.sample_count());
-    }
-    return true;
 }
 
 } // namespace audio

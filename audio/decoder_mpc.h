@@ -1,7 +1,6 @@
 #pragma once
 
-#include "audio/file_reader.h"
-#include "audio/pipeline.h"
+#include "audio/decoding_reader.h"
 #include "audio/records.h"
 #include "liba/critical_section.h"
 #include "liba/nocopy.h"
@@ -21,7 +20,7 @@ namespace audio {
 // Threads: the player's thread pulls; the main thread queries, seeks and
 // transfers; `lock` serialises them. Owned by its play chain; records it
 // returns are the caller's.
-class DecoderMPC : public Provider<PCMData>, public FileReader, liba::Nocopy {
+class DecoderMPC : public DecodingReader, liba::Nocopy {
 public:
     explicit DecoderMPC(const std::wstring& path);
     ~DecoderMPC() override;
@@ -37,13 +36,9 @@ public:
     std::int32_t get_bits() override { return 16; }
     std::int32_t get_rate() override { return rate; }
     std::int32_t get_bitrate() override { return bitrate; }
-    std::int32_t seconds_to_position(double seconds) override;
-    double position_to_seconds(std::int32_t position) override;
     std::int32_t get_length() override;
     std::int32_t get_position() override;
     void set_position(std::int32_t position) override;
-    bool transfer_seconds(double seconds) override;
-    bool transfer_position(std::int32_t amount) override;
 
     // libmpcdec's state; its types stay inside the implementation.
     struct Stream;

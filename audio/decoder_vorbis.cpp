@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <cstdio>
 
 namespace audio {
@@ -66,6 +65,10 @@ DecoderVorbis::DecoderVorbis(const std::wstring& path) : file(path, os::File::kR
         return;
     }
     bitrate = clamp32(ov_bitrate(&stream->vf, -1));
+    fewest_channels = info->channels;
+    for (long i = 0; i < ov_streams(&stream->vf); ++i)
+        if (const vorbis_info* link = ov_info(&stream->vf, static_cast<int>(i)); link != nullptr && link->channels > 0)
+            fewest_channels = std::min(fewest_channels, link->channels);
 }
 
 DecoderVorbis::~DecoderVorbis()
@@ -81,7 +84,9 @@ void DecoderVorbis::get_data(PCMData& out, int n)
     if (info == nullptr || n <= 0)
         return;
     const int frames = std::min(n, kMaxFrames);
-    const int frame_bytes = info->channels * 2;
+    // Sized for the link with the fewest channels: a read that crosses into
+    // such a link still gives no more than `frames`.
+    const int frame_bytes = fewest_channels * 2;
     liba::ByteBlock block(static_cast<std::size_t>(frames) * static_cast<std::size_t>(frame_bytes));
     int bitstream = 0;
     const long got = ov_read(&stream->vf, reinterpret_cast<char*>(block.writable()),
@@ -92,10 +97,15 @@ void DecoderVorbis::get_data(PCMData& out, int n)
             os::log() << L"vorbis: read failed at sample " << ov_pcm_tell(&stream->vf) << L" (" << got << L")\n";
         return;
     }
+    // A chained stream may change channels and rate at a link: the samples
+    // are in the format of the link they came from.
+    const vorbis_info* link = ov_info(&stream->vf, bitstream);
+    if (link == nullptr)
+        link = info;
     out.bytes = liba::ByteBlock(block, 0, static_cast<std::size_t>(got));
-    out.channels = info->channels;
+    out.channels = link->channels;
     out.bits = 16;
-    out.rate = static_cast<std::int32_t>(info->rate);
+    out.rate = static_cast<std::int32_t>(link->rate);
 }
 
 bool DecoderVorbis::is_eof()
@@ -107,18 +117,6 @@ bool DecoderVorbis::is_eof()
 std::int32_t DecoderVorbis::get_channels() { return info != nullptr ? info->channels : 0; }
 
 std::int32_t DecoderVorbis::get_rate() { return info != nullptr ? static_cast<std::int32_t>(info->rate) : 0; }
-
-std::int32_t DecoderVorbis::seconds_to_position(double seconds)
-{
-    const double p = std::trunc(static_cast<double>(get_rate()) * seconds);
-    return static_cast<std::int32_t>(std::clamp(p, double(INT32_MIN), double(INT32_MAX)));
-}
-
-double DecoderVorbis::position_to_seconds(std::int32_t position)
-{
-    const std::int32_t r = get_rate();
-    return r == 0 ? 0.0 : static_cast<double>(position) / r;
-}
 
 std::int32_t DecoderVorbis::get_length()
 {
@@ -137,23 +135,6 @@ void DecoderVorbis::set_position(std::int32_t position)
     liba::Lock held(lock);
     if (info != nullptr)
         ov_pcm_seek(&stream->vf, position);
-}
-
-bool DecoderVorbis::transfer_seconds(double seconds) { return transfer_position(seconds_to_position(seconds)); }
-
-bool DecoderVorbis::transfer_position(std::int32_t amount)
-{
-    if (!is_open())
-        return false;
-    while (amount > 0) {
-        PCMData record;
-        get_data(record, amount);
-        if (record.empty())
-            return false;
-        push_data(record);
-        amount -= static_cast<std::int32_t>(record.sample_count());
-    }
-    return true;
 }
 
 } // namespace audio

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "audio/file_reader.h"
-#include "audio/pipeline.h"
+#include "audio/decoding_reader.h"
 #include "audio/records.h"
 #include "liba/critical_section.h"
 #include "liba/nocopy.h"
@@ -22,7 +21,7 @@ namespace audio {
 // Threads: the player's thread pulls; the main thread queries, seeks and
 // transfers; `lock` serialises them. Owned by its play chain; records it
 // returns are the caller's.
-class DecoderVorbis : public Provider<PCMData>, public FileReader, liba::Nocopy {
+class DecoderVorbis : public DecodingReader, liba::Nocopy {
 public:
     explicit DecoderVorbis(const std::wstring& path);
     ~DecoderVorbis() override;
@@ -30,6 +29,8 @@ public:
     // At most min(n, kMaxFrames) frames, often fewer: one ov_read a call.
     // A damaged stretch of the stream (a hole) gives an empty record, which
     // ends the stream for the stages; a later seek can go on.
+    // Each record has the format of the link of a chained stream it comes
+    // from; get_channels and get_rate tell the first link's.
     void get_data(PCMData& out, int n) override;
 
     bool is_open() override { return info != nullptr; }
@@ -39,13 +40,9 @@ public:
     std::int32_t get_bits() override { return 16; }
     std::int32_t get_rate() override;
     std::int32_t get_bitrate() override { return bitrate; }
-    std::int32_t seconds_to_position(double seconds) override;
-    double position_to_seconds(std::int32_t position) override;
     std::int32_t get_length() override;
     std::int32_t get_position() override;
     void set_position(std::int32_t position) override;
-    bool transfer_seconds(double seconds) override;
-    bool transfer_position(std::int32_t amount) override;
 
     // The most frames one ov_read is asked for.
     static constexpr int kMaxFrames = 8192;
@@ -58,6 +55,7 @@ private:
     std::unique_ptr<Stream> stream;      // the OggVorbis_File
     vorbis_info* info = nullptr; // the stream's; null when the file did not open
     std::int32_t bitrate = 0;    // bits per second, ov_bitrate of the whole stream
+    int fewest_channels = 0;     // of all links of a chained stream
     liba::CriticalSection lock;
 };
 

@@ -2,18 +2,79 @@
 
 #include "audio/pipeline.h"
 #include "audio/records.h"
+#include "liba/text.h"
 #include "tests/support/test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 // Helpers of the audio stage tests: real PCM made by sox, a source that hands
 // it out, and a sink that keeps what reaches it. Threads: the test's thread.
 namespace audio_test {
+
+inline std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
+
+// The one media file that `name` names.
+inline std::filesystem::path one(const std::string& name)
+{
+    auto files = test::media(name);
+    EXPECT_EQ(files.size(), 1u) << name;
+    return files.empty() ? std::filesystem::path() : files[0];
+}
+
+// Raw 16-bit little-endian samples as numbers.
+inline std::vector<std::int16_t> samples_of(const std::string& bytes)
+{
+    std::vector<std::int16_t> s(bytes.size() / 2);
+    std::memcpy(s.data(), bytes.data(), s.size() * 2);
+    return s;
+}
+
+// What a decoder command (its output raw 16-bit samples) makes of `f`.
+inline std::vector<std::int16_t> reference_samples(const std::string& command)
+{
+    std::string raw;
+    EXPECT_EQ(test::run(command, &raw), 0) << command;
+    return samples_of(raw);
+}
+
+// Largest difference between `ours` and `ref` from `ref_at` on, over the
+// length of `ours`; INT_MAX if `ref` is too short.
+inline int max_difference(const std::vector<std::int16_t>& ours, const std::vector<std::int16_t>& ref,
+                          std::size_t ref_at = 0)
+{
+    if (ref_at + ours.size() > ref.size())
+        return INT_MAX;
+    int worst = 0;
+    for (std::size_t i = 0; i < ours.size(); ++i)
+        worst = std::max(worst, std::abs(int(ours[i]) - int(ref[ref_at + i])));
+    return worst;
+}
+
+// Signal to noise of `ours` against `ref` (from `ref_at`), in dB; 999 when
+// they agree exactly, -999 if `ref` is too short.
+inline double snr_db(const std::vector<std::int16_t>& ours, const std::vector<std::int16_t>& ref,
+                     std::size_t ref_at = 0)
+{
+    if (ref_at + ours.size() > ref.size())
+        return -999;
+    double signal = 0, noise = 0;
+    for (std::size_t i = 0; i < ours.size(); ++i) {
+        const double r = ref[ref_at + i];
+        signal += r * r;
+        noise += (ours[i] - r) * (ours[i] - r);
+    }
+    return noise == 0 ? 999 : 10 * std::log10(signal / noise);
+}
 
 // Raw samples and format of a WAV made at build time, as sox reads them.
 struct Reference {
@@ -60,6 +121,28 @@ inline audio::PCMData pcm_of(const Reference& ref, std::size_t from, std::size_t
 inline std::string bytes_of(const liba::ByteBlock& b)
 {
     return std::string(reinterpret_cast<const char*>(b.data()), b.size());
+}
+
+// Pulls up to `frames` sample frames from a 16-bit source, `request` at a
+// time, or up to its end; every record has the source's format and no more
+// than was asked for.
+template <class Source>
+std::string pull(Source& d, std::size_t frames, int request = 4096)
+{
+    const std::size_t frame_bytes = std::size_t(d.get_channels()) * 2;
+    std::string out;
+    while (out.size() < frames * frame_bytes) {
+        audio::PCMData r;
+        d.get_data(r, request);
+        if (r.empty())
+            break;
+        EXPECT_EQ(r.channels, d.get_channels());
+        EXPECT_EQ(r.bits, 16);
+        EXPECT_EQ(r.rate, d.get_rate());
+        EXPECT_LE(r.sample_count(), std::size_t(request));
+        out += bytes_of(r.bytes);
+    }
+    return out.substr(0, std::min(out.size(), frames * frame_bytes));
 }
 
 // Hands out the reference `frames` at a time (at most what is asked for) and

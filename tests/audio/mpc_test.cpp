@@ -1,6 +1,5 @@
 #include "audio/decoder_mpc.h"
 #include "audio/play_chain.h"
-#include "liba/text.h"
 
 #include "audio_test_util.h"
 
@@ -8,36 +7,19 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
 using audio::DecoderMPC;
 using audio::PCMData;
-using audio_test::bytes_of;
-using audio_test::Sink;
+using namespace audio_test;
 
 namespace {
 
 // mpcdec rounds the same float samples to 16 bits on its own.
 constexpr int kTolerance = 1;
 
-std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
-
-std::filesystem::path mpc_file()
-{
-    auto files = test::media("musepack_stereo_44100.mpc");
-    EXPECT_EQ(files.size(), 1u);
-    return files.empty() ? std::filesystem::path() : files[0];
-}
-
-std::vector<std::int16_t> samples_of(const std::string& bytes)
-{
-    std::vector<std::int16_t> s(bytes.size() / 2);
-    std::memcpy(s.data(), bytes.data(), s.size() * 2);
-    return s;
-}
+std::filesystem::path mpc_file() { return one("musepack_stereo_44100.mpc"); }
 
 // What mpcdec makes of the file, as raw 16-bit samples.
 std::vector<std::int16_t> mpcdec(const std::filesystem::path& f)
@@ -45,36 +27,7 @@ std::vector<std::int16_t> mpcdec(const std::filesystem::path& f)
     test::TempDir dir;
     const std::string wav = (dir / "ref.wav").string();
     EXPECT_EQ(test::run("mpcdec '" + f.string() + "' '" + wav + "' 2>/dev/null"), 0);
-    std::string raw;
-    EXPECT_EQ(test::run("sox '" + wav + "' -t raw -L -e signed-integer -b 16 -", &raw), 0);
-    return samples_of(raw);
-}
-
-int max_difference(const std::vector<std::int16_t>& ours, const std::vector<std::int16_t>& ref, std::size_t ref_at)
-{
-    if (ref_at + ours.size() > ref.size())
-        return INT32_MAX;
-    int worst = 0;
-    for (std::size_t i = 0; i < ours.size(); ++i)
-        worst = std::max(worst, std::abs(int(ours[i]) - int(ref[ref_at + i])));
-    return worst;
-}
-
-std::string pull(DecoderMPC& d, std::size_t frames, int request = 4096)
-{
-    std::string out;
-    while (out.size() < frames * 4) {
-        PCMData r;
-        d.get_data(r, request);
-        if (r.empty())
-            break;
-        EXPECT_EQ(r.channels, 2);
-        EXPECT_EQ(r.bits, 16);
-        EXPECT_EQ(r.rate, 44100);
-        EXPECT_LE(r.sample_count(), std::size_t(request));
-        out += bytes_of(r.bytes);
-    }
-    return out.substr(0, std::min(out.size(), frames * 4));
+    return reference_samples("sox '" + wav + "' -t raw -L -e signed-integer -b 16 -");
 }
 
 TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
@@ -101,7 +54,7 @@ TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
 
     const auto ours = samples_of(pull(d, std::size_t(d.get_length()) + 10000, 16384));
     ASSERT_EQ(ours.size(), ref.size());
-    const int diff = max_difference(ours, ref, 0);
+    const int diff = max_difference(ours, ref);
     std::printf("libmpcdec against mpcdec: %zu samples, largest difference %d\n", ours.size(), diff);
     RecordProperty("max_difference", diff);
     EXPECT_LE(diff, kTolerance);
@@ -136,19 +89,25 @@ TEST(DecoderMPC, HandsOutPartsOfAFrameAndKeepsTheRest)
     EXPECT_LE(max_difference(ours, ref, 0), kTolerance);
 }
 
-TEST(DecoderMPC, SeeksToTheSample)
+TEST(DecoderMPC, SeeksToTheSampleBeforeAndAfterReadsAndTransfers)
 {
     const auto f = mpc_file();
     const auto ref = mpcdec(f);
     DecoderMPC d(wide(f));
     ASSERT_TRUE(d.is_open());
     const std::int32_t length = d.get_length();
+    // Each position once on a fresh source, before its first read (as
+    // decode --start does), and once on a source that has read already.
     for (std::int32_t p : {44100 * 3, 1, 12345, 200000, 0, length - 1000}) {
-        d.set_position(p);
-        EXPECT_EQ(d.get_position(), p);
-        const auto ours = samples_of(pull(d, 3000));
-        ASSERT_EQ(ours.size(), std::size_t(std::min(3000, length - p)) * 2) << p;
-        EXPECT_LE(max_difference(ours, ref, std::size_t(p) * 2), kTolerance) << "after a seek to " << p;
+        DecoderMPC fresh(wide(f));
+        for (DecoderMPC* s : {&fresh, &d}) {
+            s->set_position(p);
+            EXPECT_EQ(s->get_position(), p);
+            const auto ours = samples_of(pull(*s, 3000));
+            ASSERT_EQ(ours.size(), std::size_t(std::min(3000, length - p)) * 2) << p;
+            EXPECT_LE(max_difference(ours, ref, std::size_t(p) * 2), kTolerance)
+                << "after a seek to " << p << (s == &fresh ? " before the first read" : "");
+        }
     }
     d.set_time(2.5);
     EXPECT_EQ(d.get_position(), 110250);
@@ -156,11 +115,13 @@ TEST(DecoderMPC, SeeksToTheSample)
     d.set_position(length + 10);
     EXPECT_TRUE(d.is_eof());
 
+    // A transfer passes exactly the amount downstream, parts of frames too.
     Sink<PCMData> sink;
     audio::connect(d, &sink);
     d.set_position(5000);
     ASSERT_TRUE(d.transfer_position(7000));
-    EXPECT_EQ(sink.all_bytes().size(), 7000u * 4);
+    ASSERT_TRUE(d.transfer_seconds(0.1));
+    EXPECT_EQ(sink.all_bytes().size(), (7000u + 4410u) * 4);
     EXPECT_LE(max_difference(samples_of(sink.all_bytes()), ref, 5000 * 2), kTolerance);
     d.set_position(length - 100);
     EXPECT_FALSE(d.transfer_seconds(1.0));
@@ -180,13 +141,29 @@ TEST(DecoderMPC, OtherAndDamagedFilesStayClosed)
         EXPECT_TRUE(r.empty());
         EXPECT_FALSE(d.transfer_position(10));
     }
-    // The stream's mark with its header cut short.
+    // The stream's mark with its header cut short, or its header's bytes
+    // scrambled after the mark.
     test::TempDir dir;
-    test::write_file(dir / "cut.mpc", test::read_file(mpc_file()).substr(0, 12));
-    DecoderMPC cut(wide(dir / "cut.mpc"));
-    EXPECT_FALSE(cut.is_open());
-    DecoderMPC missing(L"/no/such/file.mpc");
-    EXPECT_FALSE(missing.is_open());
+    const std::string whole = test::read_file(mpc_file());
+    test::write_file(dir / "cut.mpc", whole.substr(0, 12));
+    std::string scrambled = whole;
+    for (std::size_t i = 4; i < 64; ++i)
+        scrambled[i] = static_cast<char>(scrambled[i] ^ 0xA5);
+    test::write_file(dir / "scrambled.mpc", scrambled);
+    for (const char* name : {"cut.mpc", "scrambled.mpc"})
+        EXPECT_FALSE(DecoderMPC(wide(dir / name)).is_open()) << name;
+    EXPECT_FALSE(DecoderMPC(L"/no/such/file.mpc").is_open());
+
+    // Cut in mid-stream: what is there plays, then the stream ends early.
+    const auto ref = mpcdec(mpc_file());
+    test::write_file(dir / "half.mpc", whole.substr(0, whole.size() / 2));
+    DecoderMPC half(wide(dir / "half.mpc"));
+    ASSERT_TRUE(half.is_open());
+    const auto ours = samples_of(pull(half, ref.size()));
+    EXPECT_GT(ours.size(), ref.size() / 4);
+    EXPECT_LT(ours.size(), ref.size());
+    EXPECT_LE(max_difference(std::vector<std::int16_t>(ours.begin(), ours.begin() + ours.size() / 2), ref),
+              kTolerance);
 }
 
 TEST(DecoderMPC, PlaysAsMPCAndHasNoRoute)

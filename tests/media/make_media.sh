@@ -31,6 +31,23 @@ lame --quiet -b 128 pcm_s16_speech_stereo_44100.wav mp3_cbr128_stereo_44100.mp3
 oggenc --quiet -q 3 -o vorbis_q3_stereo_44100.ogg pcm_s16_speech_stereo_44100.wav
 mpcenc --silent --overwrite pcm_s16_speech_stereo_44100.wav musepack_stereo_44100.mpc 2>/dev/null
 ffmpeg -loglevel error -y -i pcm_s16_speech_stereo_44100.wav -c:a wmav2 -b:a 64k wma_stereo_44100.wma
+ffmpeg -loglevel error -y -i pcm_s16_speech_stereo_44100.wav -c:a wmav1 -b:a 64k wma1_stereo_44100.wma
+ffmpeg -loglevel error -y -i pcm_s16_speech_16000.wav -ar 22050 -c:a wmav2 -b:a 32k wma2_mono_22050.wma
+
+# Vorbis at every quality from 0 to 8, mono and stereo, two seconds of the
+# speech each; a chained stream of two links that share channels and rate,
+# and one whose second link changes both.
+sox pcm_s16_speech_stereo_44100.wav vorbis_src_stereo.wav trim 0 2
+sox pcm_s16_speech_stereo_44100.wav -c 1 vorbis_src_mono.wav trim 0 2
+for q in 0 1 2 3 4 5 6 7 8; do
+  oggenc --quiet -s "$q" -q "$q" -o "vorbis_matrix_q${q}_mono_44100.ogg" vorbis_src_mono.wav
+  oggenc --quiet -s "1$q" -q "$q" -o "vorbis_matrix_q${q}_stereo_44100.ogg" vorbis_src_stereo.wav
+done
+cat vorbis_matrix_q1_stereo_44100.ogg vorbis_matrix_q6_stereo_44100.ogg >vorbis_chained_stereo_44100.ogg
+sox vorbis_src_mono.wav -r 22050 vorbis_src_mono_22050.wav
+oggenc --quiet -s 99 -q 2 -o vorbis_link_mono_22050.ogg vorbis_src_mono_22050.wav
+cat vorbis_link_mono_22050.ogg vorbis_matrix_q4_stereo_44100.ogg >vorbis_chained_changing.ogg
+rm -f vorbis_src_*.wav
 
 # MPEG audio from lame at every rate it makes, mono and stereo, CBR from 8 to
 # 320 kbit/s, each with the LAME Info frame; sources peak at -6 dBFS so that a
