@@ -54,6 +54,30 @@ void FileReaderWAV::parse(WAVInfo& info, const char* kind)
                   << ")\n";
 }
 
+bool FileReaderWAV::is_eof()
+{
+    liba::Lock held(lock);
+    return !is_valid || get_position() >= get_length();
+}
+
+std::int32_t FileReaderWAV::get_channels()
+{
+    liba::Lock held(lock);
+    return is_valid ? get_wav_info().channels : 0;
+}
+
+std::int32_t FileReaderWAV::get_rate()
+{
+    liba::Lock held(lock);
+    return is_valid ? get_wav_info().rate : 0;
+}
+
+std::int32_t FileReaderWAV::get_bitrate()
+{
+    liba::Lock held(lock);
+    return is_valid ? wrapping_product(get_wav_info().bytes_per_second, 8) : 0;
+}
+
 std::int64_t FileReaderWAV::bytes_left_in_file()
 {
     return std::max<std::int64_t>(file.size() - file.tell(), 0);
@@ -90,34 +114,10 @@ void FileReaderWAVPCM::get_data(PCMData& out, int n)
     out.rate = info.rate;
 }
 
-bool FileReaderWAVPCM::is_eof()
-{
-    liba::Lock held(lock);
-    return !is_valid || get_position() >= get_length();
-}
-
-std::int32_t FileReaderWAVPCM::get_channels()
-{
-    liba::Lock held(lock);
-    return is_valid ? info.channels : 0;
-}
-
 std::int32_t FileReaderWAVPCM::get_bits()
 {
     liba::Lock held(lock);
     return is_valid ? info.bits : 0;
-}
-
-std::int32_t FileReaderWAVPCM::get_rate()
-{
-    liba::Lock held(lock);
-    return is_valid ? info.rate : 0;
-}
-
-std::int32_t FileReaderWAVPCM::get_bitrate()
-{
-    liba::Lock held(lock);
-    return is_valid ? wrapping_product(info.bytes_per_second, 8) : 0;
 }
 
 std::int32_t FileReaderWAVPCM::seconds_to_position(double seconds)
@@ -215,38 +215,10 @@ void FileReaderWAVBlocks<T, Info>::get_data(T& out, int n)
 }
 
 template <class T, class Info>
-bool FileReaderWAVBlocks<T, Info>::is_eof()
-{
-    liba::Lock held(lock);
-    return !is_valid || get_position() >= get_length();
-}
-
-template <class T, class Info>
-std::int32_t FileReaderWAVBlocks<T, Info>::get_channels()
-{
-    liba::Lock held(lock);
-    return is_valid ? info.channels : 0;
-}
-
-template <class T, class Info>
 std::int32_t FileReaderWAVBlocks<T, Info>::get_bits()
 {
     liba::Lock held(lock);
     return is_valid ? kDecodedBits : 0;
-}
-
-template <class T, class Info>
-std::int32_t FileReaderWAVBlocks<T, Info>::get_rate()
-{
-    liba::Lock held(lock);
-    return is_valid ? info.rate : 0;
-}
-
-template <class T, class Info>
-std::int32_t FileReaderWAVBlocks<T, Info>::get_bitrate()
-{
-    liba::Lock held(lock);
-    return is_valid ? wrapping_product(info.bytes_per_second, 8) : 0;
 }
 
 template <class T, class Info>

@@ -28,6 +28,12 @@ public:
     // The parsed header, of the reader's own kind.
     virtual WAVInfo& get_wav_info() = 0;
 
+    // What the header says, the same for every kind; 0 while closed.
+    bool is_eof() override;
+    std::int32_t get_channels() override;
+    std::int32_t get_rate() override;
+    std::int32_t get_bitrate() override;
+
 protected:
     // Reads the header into `info`; a file that is not of this `kind` leaves
     // the reader closed and a log line saying where the parse gave up.
@@ -55,11 +61,7 @@ public:
     void get_data(PCMData& out, int n) override;
     WAVInfo& get_wav_info() override { return info; }
 
-    bool is_eof() override;
-    std::int32_t get_channels() override;
     std::int32_t get_bits() override;
-    std::int32_t get_rate() override;
-    std::int32_t get_bitrate() override;
     std::int32_t seconds_to_position(double seconds) override;
     double position_to_seconds(std::int32_t position) override;
     std::int32_t get_length() override;
@@ -84,12 +86,8 @@ public:
     void get_data(T& out, int n) override;
     WAVInfo& get_wav_info() override { return info; }
 
-    bool is_eof() override;
-    std::int32_t get_channels() override;
     // 16: what the decoder makes of the blocks.
     std::int32_t get_bits() override;
-    std::int32_t get_rate() override;
-    std::int32_t get_bitrate() override;
     std::int32_t seconds_to_position(double seconds) override;
     double position_to_seconds(std::int32_t position) override;
     std::int32_t get_length() override;

@@ -1,5 +1,7 @@
 #include "audio/wav_info.h"
 
+#include "liba/little_endian.h"
+
 #include <cstring>
 #include <string>
 
@@ -31,7 +33,7 @@ bool read_u16(os::File& file, std::uint16_t& value)
     std::uint8_t b[2];
     if (!read_exact(file, b, sizeof b))
         return false;
-    value = static_cast<std::uint16_t>(b[0] | (b[1] << 8));
+    value = liba::get_le16(b);
     return true;
 }
 
@@ -40,8 +42,7 @@ bool read_u32(os::File& file, std::uint32_t& value)
     std::uint8_t b[4];
     if (!read_exact(file, b, sizeof b))
         return false;
-    value = static_cast<std::uint32_t>(b[0]) | (static_cast<std::uint32_t>(b[1]) << 8) |
-            (static_cast<std::uint32_t>(b[2]) << 16) | (static_cast<std::uint32_t>(b[3]) << 24);
+    value = liba::get_le32(b);
     return true;
 }
 
@@ -67,25 +68,7 @@ bool find_chunk(os::File& file, const char* tag, std::uint32_t& size)
     }
 }
 
-// Little-endian fields gathered for one write.
-class HeaderBytes {
-public:
-    void tag(const char* t) { bytes_.append(t, kTagSize); }
-    void u16(std::uint32_t v)
-    {
-        bytes_.push_back(static_cast<char>(v & 0xff));
-        bytes_.push_back(static_cast<char>((v >> 8) & 0xff));
-    }
-    void u32(std::uint32_t v)
-    {
-        u16(v & 0xffff);
-        u16(v >> 16);
-    }
-    bool write_to(os::File& file) const { return file.write(bytes_.data(), bytes_.size()) == bytes_.size(); }
-
-private:
-    std::string bytes_;
-};
+void append_tag(std::string& bytes, const char* tag) { bytes.append(tag, kTagSize); }
 
 } // namespace
 
@@ -118,34 +101,39 @@ bool WAVInfo::read(os::File& file)
     return true;
 }
 
+std::string WAVInfo::header_bytes()
+{
+    std::string head;
+    append_tag(head, kRiffTag);
+    liba::append_le32(head, riff_size);
+    append_tag(head, kWaveForm);
+    append_tag(head, kFmtTag);
+    liba::append_le32(head, fmt_size);
+    liba::append_le16(head, format_tag);
+    liba::append_le16(head, static_cast<std::uint32_t>(channels));
+    liba::append_le32(head, static_cast<std::uint32_t>(rate));
+    liba::append_le32(head, bytes_per_second);
+    liba::append_le16(head, block_align);
+    liba::append_le16(head, static_cast<std::uint32_t>(bits));
+    append_format_tail(head);
+    append_tag(head, kDataTag);
+    liba::append_le32(head, data_size);
+    return head;
+}
+
 bool WAVInfo::write(os::File& file)
 {
-    HeaderBytes head;
-    head.tag(kRiffTag);
-    head.u32(riff_size);
-    head.tag(kWaveForm);
-    head.tag(kFmtTag);
-    head.u32(fmt_size);
-    head.u16(format_tag);
-    head.u16(static_cast<std::uint32_t>(channels));
-    head.u32(static_cast<std::uint32_t>(rate));
-    head.u32(bytes_per_second);
-    head.u16(block_align);
-    head.u16(static_cast<std::uint32_t>(bits));
-    if (!head.write_to(file) || !write_format_tail(file))
+    const std::int64_t start = file.tell();
+    const std::string head = header_bytes();
+    if (file.write(head.data(), head.size()) != head.size())
         return false;
-    HeaderBytes data;
-    data.tag(kDataTag);
-    data.u32(data_size);
-    if (!data.write_to(file))
-        return false;
-    data_offset = static_cast<std::uint32_t>(file.tell());
+    data_offset = static_cast<std::uint32_t>(start + static_cast<std::int64_t>(head.size()));
     return true;
 }
 
 bool WAVInfo::read_format_tail(os::File&) { return true; }
 
-bool WAVInfo::write_format_tail(os::File&) { return true; }
+void WAVInfo::append_format_tail(std::string&) {}
 
 bool WAVInfoPCM::read_format_tail(os::File&) { return format_tag == kFormatTagPCM; }
 
@@ -175,21 +163,19 @@ bool WAVInfoADPCM::read_format_tail(os::File& file)
            coefficient_count == kADPCMCoefficientCount;
 }
 
-bool WAVInfoADPCM::write_format_tail(os::File& file)
+void WAVInfoADPCM::append_format_tail(std::string& tail)
 {
-    HeaderBytes tail;
-    tail.u16((coefficient_count + 1) * 4);
-    tail.u16(samples_per_block);
-    tail.u16(coefficient_count);
+    liba::append_le16(tail, (coefficient_count + 1) * 4);
+    liba::append_le16(tail, samples_per_block);
+    liba::append_le16(tail, coefficient_count);
     for (std::size_t i = 0; i < coefficient_count; ++i) {
         ADPCMCoefficient c = i < coefficients.size() ? coefficients[i] : ADPCMCoefficient{};
-        tail.u16(static_cast<std::uint16_t>(c.coef1));
-        tail.u16(static_cast<std::uint16_t>(c.coef2));
+        liba::append_le16(tail, static_cast<std::uint16_t>(c.coef1));
+        liba::append_le16(tail, static_cast<std::uint16_t>(c.coef2));
     }
-    tail.tag(kFactTag);
-    tail.u32(kFactSize);
-    tail.u32(fact_samples);
-    return tail.write_to(file);
+    append_tag(tail, kFactTag);
+    liba::append_le32(tail, kFactSize);
+    liba::append_le32(tail, fact_samples);
 }
 
 void WAVInfoADPCM::set_standard_coefficients()
@@ -211,15 +197,13 @@ bool WAVInfoGSM::read_format_tail(os::File& file)
            samples_per_block == kGSMSamplesPerBlock && block_align == kGSMBlockAlign;
 }
 
-bool WAVInfoGSM::write_format_tail(os::File& file)
+void WAVInfoGSM::append_format_tail(std::string& tail)
 {
-    HeaderBytes tail;
-    tail.u16(kGSMExtraSize);
-    tail.u16(samples_per_block);
-    tail.tag(kFactTag);
-    tail.u32(kFactSize);
-    tail.u32(fact_samples);
-    return tail.write_to(file);
+    liba::append_le16(tail, kGSMExtraSize);
+    liba::append_le16(tail, samples_per_block);
+    append_tag(tail, kFactTag);
+    liba::append_le32(tail, kFactSize);
+    liba::append_le32(tail, fact_samples);
 }
 
 } // namespace audio

@@ -4,6 +4,7 @@
 #include "os/file.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 // The parsed header of a WAV file, as the readers take it apart and the
@@ -30,11 +31,13 @@ public:
     // Writes the header at the file's position, and on success sets
     // `data_offset` to where the audio begins. False on any short write.
     bool write(os::File& file);
+    // The header as write() lays it out, up to the first byte of audio.
+    std::string header_bytes();
 
     // What follows the 16 standard bytes of "fmt ". The base reads and
     // writes nothing and accepts any format.
     virtual bool read_format_tail(os::File& file);
-    virtual bool write_format_tail(os::File& file);
+    virtual void append_format_tail(std::string& bytes);
 
     std::int32_t channels = 0;
     std::int32_t bits = 0;          // per sample, as stored
@@ -60,7 +63,7 @@ public:
 class WAVInfoADPCM : public WAVInfo {
 public:
     bool read_format_tail(os::File& file) override;
-    bool write_format_tail(os::File& file) override;
+    void append_format_tail(std::string& bytes) override;
     // The table every Microsoft ADPCM file carries, for writing.
     void set_standard_coefficients();
 
@@ -75,7 +78,7 @@ public:
 class WAVInfoGSM : public WAVInfo {
 public:
     bool read_format_tail(os::File& file) override;
-    bool write_format_tail(os::File& file) override;
+    void append_format_tail(std::string& bytes) override;
 
     std::uint16_t samples_per_block = 1;
     std::uint32_t fact_samples = 0;
