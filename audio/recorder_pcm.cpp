@@ -7,6 +7,7 @@
 #include <SDL.h>
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -68,7 +69,7 @@ private:
     bool good = true;
     bool stopped = false;
     bool closing = false;
-    std::uint64_t pushed = 0;
+    std::atomic<std::uint64_t> pushed{0};
 
     std::mutex queue_mutex;
     std::condition_variable queue_cv;
@@ -208,8 +209,8 @@ bool RecorderPCMImpl::is_good()
 
 RecorderPCM::Counts RecorderPCMImpl::counts()
 {
-    liba::Lock held(lock);
-    return {device.bytes_heard(), device.bytes_lost(), pushed};
+    // Without the lock: a push that waits downstream must not hold this up.
+    return {device.bytes_heard(), device.bytes_lost(), pushed.load()};
 }
 
 RecorderPCM::RecorderPCM(std::uint32_t channels, std::uint32_t samples_per_sec, std::uint32_t bits)

@@ -61,7 +61,8 @@ public:
     // Bytes of one device buffer: the block alignment x 5000.
     std::int32_t buffer_size() const;
     // For tests and benchmarks: bytes the device delivered, those of them
-    // that found no free buffer, and those pushed on as records.
+    // that found no free buffer, and those pushed on as records. Takes no
+    // lock of the recorder's, so it answers while a push waits downstream.
     struct Counts {
         std::uint64_t heard = 0;
         std::uint64_t lost = 0;
