@@ -28,6 +28,8 @@ std::atomic<int> alive{0};
 // Whether readers may start the service at all.
 std::atomic<bool> service_allowed{true};
 
+std::atomic<int> load_timeout_ms{FileReaderWMA::kLoadTimeoutMs};
+
 std::mutex sink_mutex;
 std::string sink_description;
 
@@ -102,6 +104,8 @@ void FileReaderWMA::set_audio_sink(const std::string& description)
     sink_description = description;
 }
 
+void FileReaderWMA::set_load_timeout_ms(int ms) { load_timeout_ms.store(ms); }
+
 void FileReaderWMA::set_service_allowed(bool allowed) { service_allowed.store(allowed); }
 
 FileReaderWMA::FileReaderWMA(const std::wstring& path)
@@ -150,7 +154,8 @@ FileReaderWMA::FileReaderWMA(const std::wstring& path)
     bool refused = false;
     // A failed state change posts its error on the bus, which the wait reads.
     gst_element_set_state(playbin, GST_STATE_PAUSED);
-    const gint64 deadline = g_get_monotonic_time() + gint64(kLoadTimeoutMs) * 1000;
+    const int timeout_ms = load_timeout_ms.load();
+    const gint64 deadline = g_get_monotonic_time() + gint64(timeout_ms) * 1000;
     while (!answered) {
         const gint64 left = deadline - g_get_monotonic_time();
         if (left <= 0)
@@ -171,7 +176,7 @@ FileReaderWMA::FileReaderWMA(const std::wstring& path)
     os::log() << L"wma: end waiting for the media service\n";
     if (!answered || refused) {
         if (!answered)
-            os::log() << L"wma: no answer within " << kLoadTimeoutMs << L" ms for " << path << L"\n";
+            os::log() << L"wma: no answer within " << timeout_ms << L" ms for " << path << L"\n";
         close_service(s);
         return;
     }

@@ -27,7 +27,7 @@ public:
     // `path` and waits until the service is ready to play it or reports an
     // error. A file the service can't identify at all stays closed; one that
     // fails later in loading opens and fails when it plays. A load that
-    // gets no answer within kLoadTimeoutMs leaves the reader closed.
+    // gets no answer within the load timeout leaves the reader closed.
     explicit FileReaderWMA(const std::wstring& path);
     ~FileReaderWMA() override;
 
@@ -72,7 +72,10 @@ public:
     // stay closed.
     static void set_service_allowed(bool allowed);
 
+    // How long a load may go unanswered: kLoadTimeoutMs unless a test
+    // shortens it. Process-wide, read when a reader is made.
     static constexpr int kLoadTimeoutMs = 10000;
+    static void set_load_timeout_ms(int ms);
 
     // The playbin and its bus; GStreamer's types stay inside the
     // implementation.

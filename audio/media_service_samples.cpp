@@ -6,6 +6,7 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
 #include <mutex>
 
 namespace audio {
@@ -30,9 +31,8 @@ constexpr int kPlayFlagAudio = 1 << 1;
 // How long one wait for a block may take before the bus is looked at.
 constexpr GstClockTime kPullWaitMs = 100;
 
-// With no block and no word from the service for this long, the decode has
-// stalled.
-constexpr gint64 kStallUs = 10 * G_USEC_PER_SEC;
+// With no answer for this long the service has stalled (milliseconds).
+std::atomic<int> patience_ms{MediaServiceSamples::kPatienceMs};
 
 // No rate or channel count: the stream's own pass through unchanged.
 constexpr const char* kSinkDescription =
@@ -63,6 +63,8 @@ std::string message_text(GstMessage* message)
 }
 
 } // namespace
+
+void MediaServiceSamples::set_patience_ms(int ms) { patience_ms.store(ms); }
 
 MediaServiceSamples::MediaServiceSamples(const std::wstring& path)
 {
@@ -127,11 +129,12 @@ MediaServiceSamples::~MediaServiceSamples()
 // it can't be.
 bool MediaServiceSamples::wait_preroll()
 {
-    const gint64 deadline = g_get_monotonic_time() + gint64(kLoadTimeoutMs) * 1000;
+    const int patience = patience_ms.load();
+    const gint64 deadline = g_get_monotonic_time() + gint64(patience) * 1000;
     for (;;) {
         const gint64 left = deadline - g_get_monotonic_time();
         if (left <= 0) {
-            error_text = "no answer from the media service within " + std::to_string(kLoadTimeoutMs) + " ms";
+            error_text = "no answer from the media service within " + std::to_string(patience) + " ms";
             return false;
         }
         GstMessage* message = gst_bus_timed_pop_filtered(
@@ -185,7 +188,8 @@ bool MediaServiceSamples::read(std::string& out, double* at)
         playing = true;
     }
     GstSample* sample = nullptr;
-    gint64 quiet_since = g_get_monotonic_time();
+    const gint64 quiet_since = g_get_monotonic_time();
+    const gint64 patience_us = gint64(patience_ms.load()) * 1000;
     while (sample == nullptr) {
         g_signal_emit_by_name(service->sink, "try-pull-sample", kPullWaitMs * GST_MSECOND, &sample);
         if (sample != nullptr)
@@ -197,7 +201,7 @@ bool MediaServiceSamples::read(std::string& out, double* at)
         g_object_get(service->sink, "eos", &eos, nullptr);
         if (eos)
             return false;
-        if (g_get_monotonic_time() - quiet_since > kStallUs) {
+        if (g_get_monotonic_time() - quiet_since > patience_us) {
             error_text = "the media service stopped giving samples";
             return false;
         }

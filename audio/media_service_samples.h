@@ -16,7 +16,7 @@ namespace audio {
 // caller. Rate in Hz, times in seconds.
 class MediaServiceSamples : liba::Nocopy {
 public:
-    // Loads `path` and waits (up to kLoadTimeoutMs) until the first samples
+    // Loads `path` and waits (up to the patience) until the first samples
     // are ready; stays closed when the service can't play it.
     explicit MediaServiceSamples(const std::wstring& path);
     ~MediaServiceSamples();
@@ -39,7 +39,11 @@ public:
     // The service's error text; empty when none came.
     const std::string& error() const { return error_text; }
 
-    static constexpr int kLoadTimeoutMs = 10000;
+    // How long a load may go unanswered, and a read without a block or a
+    // word from the service, before either gives up: kPatienceMs unless a
+    // test shortens it. Process-wide, read when a load or read begins.
+    static constexpr int kPatienceMs = 10000;
+    static void set_patience_ms(int ms);
 
     // The playbin, its sink and bus; GStreamer's types stay inside the
     // implementation.

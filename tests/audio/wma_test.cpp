@@ -1,5 +1,6 @@
 #include "audio/decoder_vorbis.h"
 #include "audio/file_reader_wma.h"
+#include "audio/media_service_samples.h"
 #include "audio/play_chain.h"
 #include "audio/play_chain_wma.h"
 #include "liba/text.h"
@@ -10,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -22,20 +24,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
-
-std::filesystem::path one(const char* name)
-{
-    auto files = test::media(name);
-    EXPECT_EQ(files.size(), 1u) << name;
-    return files.empty() ? std::filesystem::path() : files[0];
-}
+using audio_test::one;
+using audio_test::wide;
 
 // The media service plays in real time into nothing.
 class WMA : public ::testing::Test {
 protected:
     void SetUp() override { FileReaderWMA::set_audio_sink("fakesink sync=true"); }
-    void TearDown() override { FileReaderWMA::set_audio_sink(""); }
+    void TearDown() override
+    {
+        FileReaderWMA::set_audio_sink("");
+        FileReaderWMA::set_load_timeout_ms(FileReaderWMA::kLoadTimeoutMs);
+        audio::MediaServiceSamples::set_patience_ms(audio::MediaServiceSamples::kPatienceMs);
+    }
 };
 
 // Polls as the document does, every 0.2 s, until the end or `limit`.
@@ -184,30 +185,112 @@ TEST_F(WMA, GStreamersVorbisAndTremorLiveSideBySide)
     EXPECT_EQ(beside, alone);
 }
 
-TEST_F(WMA, ALoadWithoutAnAnswerGivesUpAndCloses)
+// A pipe that gives `bytes` (64 KiB at most: what it holds) and then
+// nothing while it stays open, as a file on a stalled share would. The
+// service's reading thread is stuck in it until it ends, and the service
+// can't stop before that: it ends after `open_ms`.
+class StalledPipe {
+public:
+    StalledPipe(const test::TempDir& dir, const std::string& bytes, int open_ms)
+        : path((dir / "stalled.wma").string())
+    {
+        std::filesystem::remove(path);
+        EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+        const int fd = ::open(path.c_str(), O_RDWR);
+        EXPECT_GE(fd, 0);
+        EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+        closer = std::thread([fd, open_ms] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(open_ms));
+            ::close(fd);
+        });
+    }
+    ~StalledPipe() { closer.join(); }
+    std::string path;
+
+private:
+    std::thread closer;
+};
+
+TEST_F(WMA, ALoadOrAReadWithoutAnAnswerGivesUp)
 {
-    // A pipe that gives a few bytes and then nothing: the service waits for
-    // more and never answers.
+    // Shortened from ten seconds, so that the test waits a little only.
+    constexpr int kPatienceMs = 1500;
+    FileReaderWMA::set_load_timeout_ms(kPatienceMs);
+    audio::MediaServiceSamples::set_patience_ms(kPatienceMs);
     test::TempDir dir;
-    const std::string fifo = (dir / "stuck.wma").string();
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    const int fd = ::open(fifo.c_str(), O_RDWR);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::write(fd, "0&\xB2u", 4), 4);
-    // Once the reader has given up, the pipe ends, so the service can stop.
-    std::thread closer([fd] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(FileReaderWMA::kLoadTimeoutMs + 500));
-        ::close(fd);
-    });
-    const auto start = std::chrono::steady_clock::now();
-    FileReaderWMA r(liba::from_utf8(fifo));
-    const auto waited = std::chrono::steady_clock::now() - start;
-    closer.join();
-    EXPECT_FALSE(r.is_open());
-    EXPECT_GE(waited, std::chrono::milliseconds(FileReaderWMA::kLoadTimeoutMs));
-    EXPECT_EQ(r.get_position(), 0);
-    FileReaderWMA next(wide(one("wma_stereo_44100.wma")));
-    EXPECT_FALSE(next.is_open()) << "the stuck reader still lives";
+    for (int i = 0; i < 2; ++i) {
+        // The first bytes of a header, then nothing: no load is answered.
+        StalledPipe pipe(dir, std::string("0&\xB2u", 4), kPatienceMs + 500);
+        const auto start = std::chrono::steady_clock::now();
+        bool open = true;
+        if (i == 0) {
+            FileReaderWMA r(liba::from_utf8(pipe.path));
+            open = r.is_open();
+            EXPECT_EQ(r.get_position(), 0);
+            // Closed, it still counts as the one that lives.
+            EXPECT_FALSE(FileReaderWMA(wide(one("wma_stereo_44100.wma"))).is_open());
+        } else {
+            audio::MediaServiceSamples samples(liba::from_utf8(pipe.path));
+            open = samples.is_open();
+            EXPECT_NE(samples.error().find("no answer"), std::string::npos) << samples.error();
+        }
+        EXPECT_FALSE(open) << i;
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(kPatienceMs));
+    }
+    // Two thirds of the file, then nothing: the load is answered, the reads
+    // give what came and then give up.
+    const std::string whole = test::read_file(one("wma_stereo_44100.wma"));
+    StalledPipe pipe(dir, whole.substr(0, whole.size() * 2 / 3), 3 * kPatienceMs);
+    audio::MediaServiceSamples samples(liba::from_utf8(pipe.path));
+    ASSERT_TRUE(samples.is_open()) << samples.error();
+    std::string got;
+    for (double at = 0; samples.read(got, &at);) {
+    }
+    EXPECT_GT(got.size(), 44100u * 4);
+    EXPECT_EQ(samples.error(), "the media service stopped giving samples");
+}
+
+TEST_F(WMA, AFileThatBreaksInMidStreamEndsCleanly)
+{
+    // Cut short with head, and with a stretch cut out of its middle by dd.
+    const auto f = one("wma_stereo_44100.wma");
+    const auto size = std::filesystem::file_size(f);
+    test::TempDir dir;
+    const std::string q = "'" + f.string() + "' ";
+    ASSERT_EQ(test::run("head -c " + std::to_string(size * 2 / 3) + " " + q + "> '" + (dir / "short.wma").string() + "'"),
+              0);
+    ASSERT_EQ(test::run("{ dd if=" + q + "bs=1000 count=20 && dd if=" + q + "bs=1000 skip=27; } 2>/dev/null > '" +
+                        (dir / "holed.wma").string() + "'"),
+              0);
+    const auto whole = [&] {
+        audio::MediaServiceSamples s(wide(f));
+        std::string all;
+        for (double at = 0; s.read(all, &at);) {
+        }
+        return all.size();
+    }();
+    for (const char* name : {"short.wma", "holed.wma"}) {
+        SCOPED_TRACE(name);
+        audio::MediaServiceSamples samples(wide(dir / name));
+        ASSERT_TRUE(samples.is_open()) << samples.error();
+        std::string got;
+        for (double at = 0; samples.read(got, &at);) {
+        }
+        std::printf("%s: %zu of %zu bytes of samples, error \"%s\"\n", name, got.size(), whole,
+                    samples.error().c_str());
+        EXPECT_GT(got.size(), whole / 3);
+        EXPECT_LT(got.size(), whole);
+
+        // Played from a second before the damage, the service stops and the
+        // poll sees the end.
+        FileReaderWMA r(wide(dir / name));
+        ASSERT_TRUE(r.is_open());
+        const double damage = std::string(name) == "short.wma" ? 2.0 / 3 : 20000.0 / double(size);
+        r.set_position(std::max(std::int32_t(r.get_length() * damage) - 1000, 0));
+        r.set_paused(false);
+        EXPECT_TRUE(poll_until_end(r, 6000ms) || r.has_error());
+        EXPECT_EQ(r.get_play_state(), 0);
+    }
 }
 
 } // namespace
