@@ -45,8 +45,10 @@ Document::Document(const std::wstring& settings_path) : settings_path_(settings_
     os::remove_stale_temporaries(settings_path_);
     settings_.load(settings_path_);
     audio::connect(record_input_, &active_buffer_);
-    link_play_path();
+    play_path_.set_equalizers(settings_.equalizer1, settings_.equalizer2, settings_.equalizer3);
+    play_path_.attach(&player_);
     player_.set_volume(settings_.volume);
+    set_speed(settings_.speed, settings_.pitch_lock);
     play_order_.build(0, -1, settings_.mode);
 }
 
@@ -55,29 +57,11 @@ Document::~Document()
     if (is_recording())
         stop_recording();
     // The player's thread must not pull through stages that go before it.
-    audio::connect(level_filter_, nullptr);
+    play_path_.attach(nullptr);
     drop_chain();
     player_.stop();
     apply_settings(settings_);
     instance_ = nullptr;
-}
-
-void Document::link_play_path()
-{
-    const EqualizerSettings* bands[3] = {&settings_.equalizer1, &settings_.equalizer2, &settings_.equalizer3};
-    audio::Provider<audio::PCMData>* last = &input_stage_;
-    for (size_t i = 0; i < equalizers_.size(); ++i) {
-        if (!bands[i]->active)
-            continue;
-        equalizers_[i].set_amplitude(bands[i]->amplitude);
-        equalizers_[i].set_frequency(bands[i]->frequency);
-        equalizers_[i].set_width(bands[i]->width);
-        audio::connect(*last, &equalizers_[i]);
-        last = &equalizers_[i];
-    }
-    // Speed change and the level meter take their places here as they come.
-    audio::connect(*last, &level_filter_);
-    audio::connect(level_filter_, &player_);
 }
 
 audio::FileReader* Document::reader() const
@@ -210,7 +194,7 @@ bool Document::play_item(int index, int32_t start_position)
         play_chain_->get_reader()->set_position(start_position);
     pending_changes_.state = true;
     if (play_chain_->uses_player()) {
-        audio::connect(*play_chain_->get_provider(), &input_stage_);
+        audio::connect(*play_chain_->get_provider(), &play_path_.head());
         player_.play();
     } else {
         play_chain_->set_paused(false);
@@ -332,6 +316,37 @@ void Document::set_volume(double volume)
     pending_changes_.volume = true;
     settings_.volume = std::clamp(volume, 0.0, 1.0);
     player_.set_volume(settings_.volume);
+}
+
+void Document::set_speed(double speed, bool pitch_lock)
+{
+    pending_changes_.state = true;
+    settings_.speed = play_path_.set_speed(speed, pitch_lock, settings_.stretch_any_speed).stored;
+    settings_.pitch_lock = pitch_lock;
+}
+
+void Document::set_booster(int index)
+{
+    settings_.booster = index;
+    apply_levels();
+}
+
+void Document::set_noise(int index)
+{
+    settings_.noise = index;
+    apply_levels();
+}
+
+void Document::set_limiter(int index)
+{
+    settings_.limiter = index;
+    apply_levels();
+}
+
+void Document::apply_levels()
+{
+    apply_settings(settings_);
+    play_path_.set_levels(settings_.booster, settings_.noise, settings_.limiter);
 }
 
 void Document::apply_settings(const Settings& new_settings)

@@ -1,9 +1,8 @@
 #pragma once
 
 #include "app/play_order.h"
+#include "app/play_path.h"
 #include "app/settings.h"
-#include "audio/equalizer_pcm.h"
-#include "audio/level_filter.h"
 #include "audio/active_buffer.h"
 #include "audio/pipeline.h"
 #include "audio/play_chain.h"
@@ -135,6 +134,18 @@ public:
     void seek_fraction(double fraction);
     void set_play_mode(int mode);
     void set_volume(double volume);
+    // Speed of play, 0.5..2.0, with the pitch held or following. With the
+    // pitch held only normal and half speed exist (0.75 stays 0.75 and plays
+    // at normal speed), unless the settings ask for any speed.
+    void set_speed(double speed, bool pitch_lock);
+    bool pitch_lock() const { return settings_.pitch_lock; }
+    // Index 0..3 (Off, Low, Medium, High). Each stores its value, writes the
+    // settings and applies all three to the level filter: the stored values
+    // reach the filter only once one of these is called.
+    void set_booster(int index);
+    void set_noise(int index);
+    void set_limiter(int index);
+    const PlayPath& play_path() const { return play_path_; }
     // Takes the record, writes the settings file and rebuilds the order for
     // its mode.
     void apply_settings(const Settings& new_settings);
@@ -143,7 +154,7 @@ public:
     void on_timer();
 
 private:
-    void link_play_path();
+    void apply_levels();
     void drop_chain();
     // Ends the current item and picks the next one by the mode.
     void end_of_item();
@@ -188,12 +199,10 @@ private:
     // that no longer moves ends the item as well.
     int32_t stalled_position_ = -1;
 
-    // The play path, in the order of the data: the chain, input_stage, the
-    // active equalisers, level_filter, player. Members are destroyed in
-    // reverse, the player (and its thread) first.
-    audio::NullProcessor<audio::PCMData> input_stage_;
-    std::array<audio::EqualizerPCM, 3> equalizers_;
-    audio::LevelFilter level_filter_;
+    // The play path, in the order of the data: the chain, the stages of
+    // play_path, player. Members are destroyed in reverse, the player (and
+    // its thread) first.
+    PlayPath play_path_;
     audio::PlayerPCM player_;
     std::unique_ptr<audio::PlayChain> play_chain_;
 

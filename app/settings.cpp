@@ -72,6 +72,7 @@ const Key kKeys[] = {
     {L"Play", L"Limiter", &Settings::limiter},
     {L"Play", L"Speed", &Settings::speed},
     {L"Play", L"PitchLock", &Settings::pitch_lock},
+    {L"Play", L"StretchAnySpeed", &Settings::stretch_any_speed},
 
     {L"Language", L"Language", &Settings::language},
 

@@ -119,6 +119,9 @@ public:
     // Play, continued.
     double speed = 1.0;
     bool pitch_lock = false;
+    // With the pitch held, any speed 0.5..2.0 (time stretch) instead of
+    // normal and half speed only.
+    bool stretch_any_speed = false;
     // Recording spans, sorted by begin; kept in file order when loaded.
     std::vector<ScheduleTask> schedule;
     int booster = 0; // level filter indexes 0..3

@@ -10,7 +10,6 @@ namespace {
 // Frames per SDL callback: about 12 ms at 44100 Hz, short enough that a
 // returned buffer is noticed soon and a pause takes hold at once.
 constexpr Uint16 kCallbackFrames = 512;
-constexpr std::uint32_t kFullLevel = 65535;
 
 } // namespace
 
@@ -150,23 +149,23 @@ void SoundOut::fill(std::uint8_t* out, std::size_t len)
     std::memset(out + done, silence_, len - done);
     std::uint32_t level = level_.load(std::memory_order_relaxed);
     if (level < kFullLevel)
-        scale(out, done, level);
+        scale(out, done, bits_, level);
 }
 
-void SoundOut::scale(std::uint8_t* out, std::size_t len, std::uint32_t level) const
+void SoundOut::scale(std::uint8_t* out, std::size_t len, int bits, std::uint32_t level)
 {
     const std::int64_t l = level;
-    if (bits_ == 8) {
+    if (bits == 8) {
         for (std::size_t i = 0; i < len; ++i)
             out[i] = static_cast<std::uint8_t>(128 + (static_cast<std::int64_t>(out[i]) - 128) * l / kFullLevel);
-    } else if (bits_ == 16) {
+    } else if (bits == 16) {
         for (std::size_t i = 0; i + 2 <= len; i += 2) {
             std::int16_t s;
             std::memcpy(&s, out + i, 2);
             s = static_cast<std::int16_t>(s * l / kFullLevel);
             std::memcpy(out + i, &s, 2);
         }
-    } else if (bits_ == 32) {
+    } else if (bits == 32) {
         for (std::size_t i = 0; i + 4 <= len; i += 4) {
             std::int32_t s;
             std::memcpy(&s, out + i, 4);

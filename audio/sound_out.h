@@ -61,6 +61,10 @@ public:
 
     // 65535 plays samples as they are, 0 mutes; applied in the callback.
     void set_level(std::uint32_t level) { level_.store(level, std::memory_order_relaxed); }
+    // Scales `len` bytes of `bits`-bit samples to `level` as the device
+    // does; also for sinks that stand in for the device.
+    static void scale(std::uint8_t* out, std::size_t len, int bits, std::uint32_t level);
+    static constexpr std::uint32_t kFullLevel = 65535;
     // Callbacks that SDL has made on devices of this object so far.
     std::uint64_t callbacks() const { return callbacks_.load(std::memory_order_relaxed); }
 
@@ -73,7 +77,6 @@ private:
 
     static void SDLCALL callback(void* self, Uint8* stream, int len);
     void fill(std::uint8_t* out, std::size_t len);
-    void scale(std::uint8_t* out, std::size_t len, std::uint32_t level) const;
 
     Listener& listener_;
     // Written only by the player's thread, while SDL's thread for the device

@@ -1,6 +1,9 @@
+#include "app/play_path.h"
+#include "app/settings.h"
 #include "audio/media_service_samples.h"
 #include "audio/pipeline.h"
 #include "audio/play_chain.h"
+#include "audio/sound_out.h"
 #include "audio/wav_info.h"
 #include "files/range_marks.h"
 #include "liba/text.h"
@@ -16,6 +19,7 @@
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace quillctl {
 
@@ -31,8 +35,15 @@ struct Request {
     std::string out; // "-" for raw samples on standard output
     std::optional<double> start, end;
     bool route = false;
-    std::string unavailable; // the first option of a stage this build lacks
+    // The stages of the play path, as the program's settings hold them.
+    double speed = 1.0;
+    std::string pitch = "keep"; // keep, change or stretch
+    std::vector<EqualizerSettings> bands;
+    std::optional<int> booster, noise, limiter;
+    double volume = 100.0; // percent
 };
+
+constexpr std::size_t kMaxBands = 3;
 
 std::optional<double> seconds_value(const std::string& text)
 {
@@ -40,6 +51,78 @@ std::optional<double> seconds_value(const std::string& text)
     if (!v || !std::isfinite(*v) || *v < 0)
         return std::nullopt;
     return v;
+}
+
+// A number in [low, high], or nullopt.
+std::optional<double> number_in(const std::string& text, double low, double high)
+{
+    auto v = liba::text_to_double(liba::from_utf8(text));
+    if (!v || !std::isfinite(*v) || *v < low || *v > high)
+        return std::nullopt;
+    return v;
+}
+
+// "F,W,G": centre in Hz above 0, width in octaves above 0, gain in dB.
+std::optional<EqualizerSettings> band_value(const std::string& text)
+{
+    std::vector<double> parts;
+    std::size_t from = 0;
+    for (;;) {
+        const std::size_t comma = text.find(',', from);
+        auto v = liba::text_to_double(liba::from_utf8(text.substr(from, comma - from)));
+        if (!v || !std::isfinite(*v))
+            return std::nullopt;
+        parts.push_back(*v);
+        if (comma == std::string::npos)
+            break;
+        from = comma + 1;
+    }
+    if (parts.size() != 3 || parts[0] <= 0 || parts[1] <= 0)
+        return std::nullopt;
+    EqualizerSettings band;
+    band.frequency = parts[0];
+    band.width = parts[1];
+    band.amplitude = parts[2];
+    band.active = true;
+    return band;
+}
+
+// The value of a stage's option, or nullopt after a line that says what it
+// takes.
+bool stage_option(Request& r, const std::string& option, const std::string& value)
+{
+    auto wrong = [&](const char* wants) {
+        std::fprintf(stderr, "quillctl: decode: %s wants %s\n", option.c_str(), wants);
+        return false;
+    };
+    if (option == "--speed") {
+        std::optional<double> v = number_in(value, 0.5, 2.0);
+        if (!v)
+            return wrong("a speed from 0.5 to 2.0");
+        r.speed = *v;
+    } else if (option == "--pitch") {
+        if (value != "keep" && value != "change" && value != "stretch")
+            return wrong("keep, change or stretch");
+        r.pitch = value;
+    } else if (option == "--eq") {
+        std::optional<EqualizerSettings> band = band_value(value);
+        if (!band)
+            return wrong("F,W,G: centre Hz and width in octaves above 0, gain in dB");
+        if (r.bands.size() == kMaxBands)
+            return wrong("to be given at most three times");
+        r.bands.push_back(*band);
+    } else if (option == "--volume") {
+        std::optional<double> v = number_in(value, 0.0, 100.0);
+        if (!v)
+            return wrong("a volume from 0 to 100");
+        r.volume = *v;
+    } else {
+        std::optional<double> v = number_in(value, 0.0, 3.0);
+        if (!v || *v != std::trunc(*v))
+            return wrong("0 (Off), 1, 2 or 3 (High)");
+        (option == "--booster" ? r.booster : option == "--noise" ? r.noise : r.limiter) = static_cast<int>(*v);
+    }
+    return true;
 }
 
 bool ends_with_wav(const std::string& path)
@@ -69,12 +152,9 @@ std::optional<Request> parse(const Args& args)
             (a == "--start" ? r.start : r.end) = s;
         } else if (a == "--speed" || a == "--pitch" || a == "--eq" || a == "--booster" || a == "--noise" ||
                    a == "--limiter" || a == "--volume") {
-            // Stages of the play path still to come; they take one value each.
-            if (i + 1 >= args.size())
+            if (i + 1 >= args.size() || !stage_option(r, a, args[i + 1]))
                 return std::nullopt;
             ++i;
-            if (r.unavailable.empty())
-                r.unavailable = a;
         } else if (a.size() > 1 && a[0] == '-' && a != "-") {
             return std::nullopt;
         } else {
@@ -102,14 +182,26 @@ std::optional<Request> parse(const Args& args)
 
 // Where the player stands: the end of the play path, which pulls and is
 // never pushed to.
+// Its volume scales the samples as the sound device does.
 class PathEnd : public audio::PullOnlyConsumer<audio::PCMData> {
 public:
-    PathEnd() : audio::PullOnlyConsumer<audio::PCMData>(audio::kPlayerOnData) {}
+    explicit PathEnd(double percent)
+        : audio::PullOnlyConsumer<audio::PCMData>(audio::kPlayerOnData),
+          level_(static_cast<std::uint32_t>(percent / 100.0 * audio::SoundOut::kFullLevel))
+    {
+    }
     void pull(audio::PCMData& out)
     {
         liba::Lock held(lock);
         pull_data(out, kPlayerRequestFrames);
+        if (out.empty() || level_ >= audio::SoundOut::kFullLevel)
+            return;
+        out.bytes = liba::ByteBlock(out.bytes.data(), out.bytes.size());
+        audio::SoundOut::scale(out.bytes.writable(), out.bytes.size(), out.bits, level_);
     }
+
+private:
+    std::uint32_t level_;
 };
 
 // The samples of `in` as 16-bit little-endian: 8-bit ones (unsigned, 128 is
@@ -343,8 +435,6 @@ int cmd_decode(const Args& args)
     std::optional<Request> request = parse(args);
     if (!request)
         return kUsage;
-    if (!request->unavailable.empty())
-        return fail("decode", request->unavailable + " is not available yet");
     const std::string name = liba::to_utf8(request->file);
     os::FileAttributes attributes(request->file);
     if (!attributes.exists())
@@ -402,19 +492,26 @@ int cmd_decode(const Args& args)
         }
         reader.set_time(*request->start);
     }
-    if (request->end) {
-        const std::int64_t first = std::llround(reader.get_time() * rate);
-        frames_left = std::max<std::int64_t>(static_cast<std::int64_t>(std::trunc(*request->end * rate)) - first, 0);
-    }
 
-    // The play path as far as its stages exist: the chain's provider, the
-    // fixed head, and here the file instead of the player. The equalisers,
-    // fast play, the stretch filter and the level filter join behind the
-    // head as they land.
-    audio::NullProcessor<audio::PCMData> head;
-    PathEnd end;
-    audio::connect(*chain->get_provider(), &head);
-    audio::connect(head, &end);
+    // The program's play path with the file in the player's place, set up
+    // as the Document sets it from the settings.
+    PathEnd end(request->volume);
+    PlayPath path;
+    const EqualizerSettings off;
+    const std::vector<EqualizerSettings>& b = request->bands;
+    path.set_equalizers(b.size() > 0 ? b[0] : off, b.size() > 1 ? b[1] : off, b.size() > 2 ? b[2] : off);
+    path.attach(&end);
+    const double speed = path.set_speed(request->speed, request->pitch != "change", request->pitch == "stretch").stored;
+    if (request->booster || request->noise || request->limiter)
+        path.set_levels(request->booster.value_or(0), request->noise.value_or(0), request->limiter.value_or(0));
+    audio::connect(*chain->get_provider(), &path.head());
+
+    if (request->end) {
+        // Frames out, at the speed of play.
+        const std::int64_t first = std::llround(reader.get_time() * rate);
+        const std::int64_t source = static_cast<std::int64_t>(std::trunc(*request->end * rate)) - first;
+        frames_left = std::max<std::int64_t>(std::llround(static_cast<double>(source) / speed), 0);
+    }
 
     std::unique_ptr<Output> output = output_for(request->out);
     int result = kDone;
@@ -454,7 +551,7 @@ int cmd_decode(const Args& args)
             result = fail(request->out, output->why);
     }
     // The links go before the stages and the chain.
-    audio::connect(head, nullptr);
+    path.attach(nullptr);
     audio::connect(*chain->get_provider(), nullptr);
     return result;
 }

@@ -80,6 +80,7 @@ Settings every_value_changed()
     s.sort = 6;
     s.speed = 0.5;
     s.pitch_lock = true;
+    s.stretch_any_speed = true;
     s.schedule = {{at(2024, 3, 7, 9, 5, 0), at(2024, 3, 7, 10, 30, 0)},
                   {at(2025, 12, 31, 23, 0, 0), at(2026, 1, 1, 1, 0, 0)}};
     s.booster = 3;
@@ -202,7 +203,7 @@ TEST_F(SettingsTest, WritesSectionsAndKeysInTheirOrderAndEncodings)
               "AssociateWAVCmd=wav.desktop AssociateM3UCmd=m3u.desktop AssociateOGGCmd=ogg.desktop "
               "AssociateWMACmd=wma.desktop AssociateMP3Icon=mp3-icon AssociateWAVIcon=wav-icon "
               "AssociateM3UIcon=m3u-icon AssociateOGGIcon=ogg-icon AssociateWMAIcon=wma-icon Booster=3 Noise=2 "
-              "Limiter=1 Speed=0.500000 PitchLock=true\n"
+              "Limiter=1 Speed=0.500000 PitchLock=true StretchAnySpeed=true\n"
               "Language Language=Deutsch\n"
               "Buttons Button0=Play Button1=Stop Button2=Previous Button3=Next Button4=Rewind Button5=Forward "
               "Button6=VolUp Button7=VolDn Button8=Record Button9=Pause Button10=Mark Button11=Bookmarks "

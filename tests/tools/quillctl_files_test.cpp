@@ -576,13 +576,19 @@ TEST_F(Quillctl, DecodeStartsAndEndsWhereAsked)
     r = quillctl("decode", {speech.string(), out.string(), "--start", "100"});
     EXPECT_EQ(r.status, 1);
     expect_one_line_naming(r, speech.string());
-    for (const char* option : {"--speed", "--pitch", "--eq", "--booster", "--noise", "--limiter", "--volume"}) {
-        r = quillctl("decode", {speech.string(), out.string(), option, "1"});
-        EXPECT_EQ(r.status, 1) << option;
-        EXPECT_EQ(r.err, "quillctl: decode: " + std::string(option) + " is not available yet\n");
-    }
     for (const std::vector<std::string>& wrong :
-         std::vector<std::vector<std::string>>{{speech.string(), out.string(), "--start", "2", "--end", "1"},
+         std::vector<std::vector<std::string>>{{speech.string(), out.string(), "--speed", "0.49"},
+                                               {speech.string(), out.string(), "--speed", "2.01"},
+                                               {speech.string(), out.string(), "--pitch", "hold"},
+                                               {speech.string(), out.string(), "--eq", "1000,1"},
+                                               {speech.string(), out.string(), "--eq", "1000,0,3"},
+                                               {speech.string(), out.string(), "--eq", "1000,1,x"},
+                                               {speech.string(), out.string(), "--eq", "1,1,1", "--eq", "2,1,1",
+                                                "--eq", "3,1,1", "--eq", "4,1,1"},
+                                               {speech.string(), out.string(), "--booster", "4"},
+                                               {speech.string(), out.string(), "--noise", "1.5"},
+                                               {speech.string(), out.string(), "--volume", "101"},
+                                               {speech.string(), out.string(), "--start", "2", "--end", "1"},
                                                {speech.string(), out.string(), "--start", "x"},
                                                {speech.string(), out.string(), "--end", "-1"},
                                                {speech.string(), out.string(), "--route", "--start", "1"},
