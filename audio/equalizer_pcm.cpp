@@ -22,9 +22,100 @@ constexpr std::int32_t kKnee = kFullScale / 4 * 3;            // 0x6000000
 constexpr double kTopOfBand = 1.0 / 2.01;
 constexpr double kHalfLn2 = 0.34657359027997264;
 
+// The biquad's sum in the sample scale, saturated. The range check is a
+// branch the predictor gets right, which keeps the clamp off the recursion's
+// critical path.
 std::int32_t saturate32(std::int64_t v)
 {
-    return std::int32_t(std::clamp<std::int64_t>(v, INT32_MIN, INT32_MAX));
+    const std::int32_t narrow = std::int32_t(v);
+    if (__builtin_expect(narrow == v, 1))
+        return narrow;
+    return v < 0 ? INT32_MIN : INT32_MAX;
+}
+
+// One channel of the interleaved delay line; the stride is a constant so
+// that the search for loud frames runs vectorised.
+template <int Channels> struct Strided {
+    std::int32_t* samples;
+    std::int32_t& operator[](std::int32_t f) const { return samples[std::size_t(f) * Channels]; }
+};
+
+// Beyond the knee, where the limiter must look at the whole half-wave. The
+// sum is unsigned so that the sign test and the range test are one compare.
+bool loud(std::int32_t v)
+{
+    return std::uint32_t(v) + std::uint32_t(kKnee) > std::uint32_t(2 * kKnee);
+}
+
+// A half-wave starts where the sign changes; a zero belongs to the
+// half-wave before it.
+bool crossing(std::int32_t prev, std::int32_t cur)
+{
+    return (cur < 0 && prev >= 0) || (cur > 0 && prev <= 0);
+}
+
+// The first loud frame of [from, to), or `to`. Almost every frame is quiet,
+// so the frames are tested in runs without a branch per frame.
+template <int Channels> std::int32_t find_loud(Strided<Channels> at, std::int32_t from, std::int32_t to)
+{
+    constexpr std::int32_t kRun = 16;
+    std::int32_t f = from;
+    for (; f + kRun <= to; f += kRun) {
+        bool any = false;
+        for (std::int32_t k = 0; k < kRun; ++k)
+            any |= loud(at[f + k]);
+        if (any)
+            break;
+    }
+    for (; f < to; ++f)
+        if (loud(at[f]))
+            return f;
+    return to;
+}
+
+// Scales the half-wave [start, end), whose peak is beyond the knee, as a
+// whole: a peak up to full scale comes down halfway to the knee, a greater
+// one to full scale.
+template <int Channels> void scale_half_wave(Strided<Channels> at, std::int32_t start, std::int32_t end)
+{
+    std::int64_t peak = 0;
+    for (std::int32_t f = start; f < end; ++f)
+        peak = std::max(peak, std::abs(std::int64_t(at[f])));
+    const std::int64_t target = peak <= kFullScale ? (peak + kKnee) / 2 : kFullScale;
+    for (std::int32_t f = start; f < end; ++f) {
+        const std::int64_t v = std::int64_t(at[f]) * target / peak;
+        at[f] = std::int32_t(std::clamp<std::int64_t>(v, -kFullScale, kFullScale - 1));
+    }
+}
+
+// Limits one channel's half-waves from `start`, the first one not yet
+// finished, to `need`; returns where the half-wave still open at the end of
+// the line starts (or `need` when none is open). Only a half-wave with a
+// loud sample needs its bounds found.
+template <int Channels> std::int32_t limit_channel(Strided<Channels> at, std::int32_t start, std::int32_t need)
+{
+    for (;;) {
+        const std::int32_t f = find_loud(at, start, need);
+        if (f == need)
+            break;
+        std::int32_t first = f;
+        while (first > start && !crossing(at[first - 1], at[first]))
+            --first;
+        std::int32_t end = f + 1;
+        while (end < need && !crossing(at[end - 1], at[end]))
+            ++end;
+        // Still open at the end of the line: its peak may yet grow.
+        if (end == need && at[need - 1] != 0)
+            return first;
+        scale_half_wave(at, first, end);
+        start = end;
+    }
+    if (start == need || at[need - 1] == 0)
+        return need;
+    std::int32_t first = need - 1;
+    while (first > start && !crossing(at[first - 1], at[first]))
+        --first;
+    return first;
 }
 
 } // namespace
@@ -62,10 +153,7 @@ bool EqualizerPCM::make_coefficients()
     b1 = a1 = std::int64_t(-2.0 * c * n * kCoefOne);
     b2 = std::int64_t((1.0 - alpha * gain) * n * kCoefOne);
     a2 = std::int64_t((1.0 - alpha / gain) * n * kCoefOne);
-    std::fill(std::begin(in1), std::end(in1), 0);
-    std::fill(std::begin(in2), std::end(in2), 0);
-    std::fill(std::begin(out1), std::end(out1), 0);
-    std::fill(std::begin(out2), std::end(out2), 0);
+    std::fill(std::begin(history), std::end(history), History());
     valid = true;
     return true;
 }
@@ -95,57 +183,41 @@ std::int32_t* EqualizerPCM::prepare_work(const PCMData& in, std::int32_t delay, 
     return reinterpret_cast<std::int32_t*>(work.bytes.writable());
 }
 
-void EqualizerPCM::filter(std::int32_t* samples, std::int32_t frames, int channels)
+template <int Channels> void EqualizerPCM::filter(std::int32_t* samples, std::int32_t frames)
 {
-    for (int ch = 0; ch < channels; ++ch) {
-        std::int64_t x1 = in1[ch], x2 = in2[ch], y1 = out1[ch], y2 = out2[ch];
-        std::int32_t* p = samples + ch;
-        for (std::int32_t i = 0; i < frames; ++i, p += channels) {
-            const std::int64_t x = *p;
-            const std::int64_t sum = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
-            const std::int32_t y = saturate32(sum >> kCoefShift);
-            x2 = x1;
-            x1 = x;
-            y2 = y1;
-            y1 = y;
-            *p = y;
-        }
-        in1[ch] = std::int32_t(x1);
-        in2[ch] = std::int32_t(x2);
-        out1[ch] = std::int32_t(y1);
-        out2[ch] = std::int32_t(y2);
+    std::int64_t x1[Channels], x2[Channels], y1[Channels], y2[Channels];
+    for (int ch = 0; ch < Channels; ++ch) {
+        x1[ch] = history[ch].in1;
+        x2[ch] = history[ch].in2;
+        y1[ch] = history[ch].out1;
+        y2[ch] = history[ch].out2;
     }
+    std::int32_t* p = samples;
+    for (std::int32_t i = 0; i < frames; ++i, p += Channels) {
+        for (int ch = 0; ch < Channels; ++ch) {
+            const std::int64_t x = p[ch];
+            // Everything but the last output first: only a1 * y1 waits on
+            // the sample before.
+            const std::int64_t known = b0 * x + b1 * x1[ch] + b2 * x2[ch] - a2 * y2[ch];
+            const std::int32_t y = saturate32((known - a1 * y1[ch]) >> kCoefShift);
+            x2[ch] = x1[ch];
+            x1[ch] = x;
+            y2[ch] = y1[ch];
+            y1[ch] = y;
+            p[ch] = y;
+        }
+    }
+    for (int ch = 0; ch < Channels; ++ch)
+        history[ch] = {std::int32_t(x1[ch]), std::int32_t(x2[ch]), std::int32_t(y1[ch]), std::int32_t(y2[ch])};
 }
 
 void EqualizerPCM::limit(std::int32_t* samples, std::int32_t need, int channels)
 {
-    for (int ch = 0; ch < channels; ++ch) {
-        auto at = [&](std::int32_t f) -> std::int32_t& { return samples[std::size_t(f) * channels + ch]; };
-        std::int32_t start = scan[ch];
-        while (start < need) {
-            // The half-wave runs to the next change of sign; a zero belongs
-            // to the half-wave before it.
-            std::int64_t peak = std::abs(std::int64_t(at(start)));
-            std::int32_t end = start + 1;
-            for (; end < need; ++end) {
-                const std::int32_t prev = at(end - 1), cur = at(end);
-                if ((cur < 0 && prev >= 0) || (cur > 0 && prev <= 0))
-                    break;
-                peak = std::max(peak, std::abs(std::int64_t(cur)));
-            }
-            // Still open at the end of the line: its peak may yet grow.
-            if (end == need && at(need - 1) != 0)
-                break;
-            if (peak > kKnee) {
-                const std::int64_t target = peak <= kFullScale ? (peak + kKnee) / 2 : kFullScale;
-                for (std::int32_t f = start; f < end; ++f) {
-                    const std::int64_t v = std::int64_t(at(f)) * target / peak;
-                    at(f) = std::int32_t(std::clamp<std::int64_t>(v, -kFullScale, kFullScale - 1));
-                }
-            }
-            start = end;
-        }
-        scan[ch] = start;
+    if (channels == 2) {
+        scan[0] = limit_channel(Strided<2>{samples}, scan[0], need);
+        scan[1] = limit_channel(Strided<2>{samples + 1}, scan[1], need);
+    } else {
+        scan[0] = limit_channel(Strided<1>{samples}, scan[0], need);
     }
 }
 
@@ -186,7 +258,10 @@ void EqualizerPCM::process(PCMData& out, const PCMData& in)
         for (std::size_t i = 0; i < count; ++i)
             fresh[i] = (std::int32_t(src[i]) - 128) * (1 << kShift8);
     }
-    filter(fresh, frames, channels);
+    if (channels == 2)
+        filter<2>(fresh, frames);
+    else
+        filter<1>(fresh, frames);
     limit(w, need, channels);
 
     // The oldest frames go out; a sample the limiter hasn't reached yet (a

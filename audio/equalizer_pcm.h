@@ -38,7 +38,9 @@ private:
     // Makes `work` hold `delay` frames of history for the format of `in`
     // with room for `need` frames, and returns its samples.
     std::int32_t* prepare_work(const PCMData& in, std::int32_t delay, std::int32_t need);
-    void filter(std::int32_t* samples, std::int32_t frames, int channels);
+    // Runs the biquad over `frames` interleaved frames in place, the
+    // channels side by side so that their recursions overlap.
+    template <int Channels> void filter(std::int32_t* samples, std::int32_t frames);
     void limit(std::int32_t* samples, std::int32_t need, int channels);
 
     double frequency = 0.0;
@@ -48,9 +50,12 @@ private:
     bool valid = false;
     // Q28 coefficients (28 fractional bits, so 1.0 is 1 << 28).
     std::int64_t a1 = 0, a2 = 0, b0 = 0, b1 = 0, b2 = 0;
-    // Filter history per channel, in the sample format of `work`.
-    std::int32_t in1[kMaxChannels] = {}, in2[kMaxChannels] = {};
-    std::int32_t out1[kMaxChannels] = {}, out2[kMaxChannels] = {};
+    // Filter history of one channel, in the sample format of `work`: the
+    // last two samples in and out.
+    struct History {
+        std::int32_t in1 = 0, in2 = 0, out1 = 0, out2 = 0;
+    };
+    History history[kMaxChannels];
     // Delay line of 32-bit interleaved samples (`bits` 32) on a scale where
     // full scale is 1 << 27 (Q27). Between calls it holds the last `delay`
     // frames, not yet handed on; its block has room for more.
