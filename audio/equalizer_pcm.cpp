@@ -34,7 +34,7 @@ std::int32_t saturate32(std::int64_t v)
 }
 
 // One channel of the interleaved delay line; the stride is a constant so
-// that the search for loud frames runs vectorised.
+// that the search for loud frames unrolls without index arithmetic.
 template <int Channels> struct Strided {
     std::int32_t* samples;
     std::int32_t& operator[](std::int32_t f) const { return samples[std::size_t(f) * Channels]; }
