@@ -1,119 +1,11 @@
 #include "app/status_publication.h"
 
 #include "app/document.h"
-#include "liba/active.h"
-#include "liba/event.h"
 #include "liba/text.h"
 #include "os/log.h"
 
-#include <cerrno>
-#include <cmath>
-#include <cstring>
-#include <mutex>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-namespace {
-
-constexpr int kReceiveTimeoutSeconds = 5;
-
-bool io_exactly(int fd, void* buffer, size_t n, bool sending)
-{
-    auto* p = static_cast<char*>(buffer);
-    while (n > 0) {
-        ssize_t done = sending ? ::send(fd, p, n, MSG_NOSIGNAL) : ::recv(fd, p, n, 0);
-        if (done < 0 && errno == EINTR)
-            continue;
-        if (done <= 0)
-            return false;
-        p += done;
-        n -= static_cast<size_t>(done);
-    }
-    return true;
-}
-
-} // namespace
-
-// Carries one command number from the accepting thread to the main thread
-// and its result back. Armed (active) whenever it can take a command.
-class StatusPublication::Receiver : public CActive {
-public:
-    explicit Receiver(StatusPublication& owner) : owner_(owner) {}
-
-    void arm()
-    {
-        CActiveScheduler::instance().set_active(*this);
-        std::lock_guard<std::mutex> g(mutex_);
-        posted_ = false;
-    }
-
-    // Accepting thread: 0 when the receiver was closed first.
-    int32_t deliver(int32_t command)
-    {
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            if (closed_ || posted_ || !is_active())
-                return 0;
-            command_ = command;
-            result_ = 0;
-            posted_ = true;
-            done_.reset();
-            CActiveScheduler::instance().notify(*this);
-        }
-        done_.wait();
-        std::lock_guard<std::mutex> g(mutex_);
-        return result_;
-    }
-
-    void close()
-    {
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            closed_ = true;
-        }
-        done_.set();
-    }
-
-    void run() override
-    {
-        int32_t command;
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            command = command_;
-        }
-        int32_t result = owner_.handle(command);
-        arm();
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            result_ = result;
-        }
-        done_.set();
-    }
-
-    void do_cancel() override
-    {
-        std::lock_guard<std::mutex> g(mutex_);
-        closed_ = true;
-        if (!posted_) {
-            posted_ = true;
-            CActiveScheduler::instance().notify(*this);
-        }
-    }
-
-private:
-    StatusPublication& owner_;
-    std::mutex mutex_;
-    int32_t command_ = 0;
-    int32_t result_ = 0;
-    bool posted_ = false;
-    bool closed_ = false;
-    liba::Event done_;
-};
-
 StatusPublication::StatusPublication(Document& document, ShowHandler show)
-    : document_(document), show_(std::move(show)), receiver_(std::make_unique<Receiver>(*this))
+    : document_(document), show_(std::move(show)), server_("status", [this](int c) { serve(c); })
 {
 }
 
@@ -121,7 +13,7 @@ StatusPublication::~StatusPublication() { stop(); }
 
 bool StatusPublication::publish(const std::string& socket)
 {
-    if (listen_fd_ >= 0)
+    if (published_)
         return false;
     if (!clipboard_) {
         auto mapped = std::make_unique<status::CCommMemoryMappedFilesClipboard>();
@@ -129,80 +21,24 @@ bool StatusPublication::publish(const std::string& socket)
             return false;
         clipboard_ = std::move(mapped);
     }
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    if (socket.size() >= sizeof addr.sun_path)
-        return false;
-    std::memcpy(addr.sun_path, socket.c_str(), socket.size() + 1);
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return false;
-    ::unlink(socket.c_str());
-    // Owner-only from the moment the file exists.
-    mode_t old_mask = ::umask(077);
-    bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-    ::umask(old_mask);
-    if (!bound || ::chmod(socket.c_str(), 0600) != 0 || ::listen(fd, 16) != 0) {
-        os::log() << "status: can't listen on " << socket << ": " << std::strerror(errno) << "\n";
-        ::close(fd);
-        return false;
-    }
-    path_ = socket;
-    listen_fd_ = fd;
-    stopping_.store(false);
-    receiver_->arm();
-    thread_ = std::thread([this] { accept_loop(); });
-    return true;
+    published_ = server_.listen(socket);
+    return published_;
 }
 
 void StatusPublication::stop()
 {
-    if (listen_fd_ < 0)
-        return;
-    stopping_.store(true);
-    receiver_->cancel();
-    receiver_->close();
-    ::shutdown(listen_fd_, SHUT_RDWR);
-    if (thread_.joinable())
-        thread_.join();
-    ::close(listen_fd_);
-    listen_fd_ = -1;
-    ::unlink(path_.c_str());
-}
-
-void StatusPublication::accept_loop()
-{
-    while (!stopping_.load()) {
-        int c = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (c < 0) {
-            if (errno == EINTR || errno == ECONNABORTED)
-                continue;
-            break;
-        }
-        serve(c);
-        ::close(c);
-    }
+    server_.stop();
+    published_ = false;
 }
 
 void StatusPublication::serve(int c)
 {
-    ucred peer{};
-    socklen_t len = sizeof peer;
-    if (::getsockopt(c, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0 || peer.uid != ::getuid()) {
-        os::log() << "status: refused a connection of user " << static_cast<long long>(peer.uid) << "\n";
+    uint32_t command = 0;
+    if (!os::read_u32le(c, command))
         return;
-    }
-    timeval tv{kReceiveTimeoutSeconds, 0};
-    ::setsockopt(c, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    unsigned char b[4];
-    if (!io_exactly(c, b, 4, false))
-        return;
-    int32_t command = static_cast<int32_t>(uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 |
-                                           uint32_t(b[3]) << 24);
-    uint32_t result = static_cast<uint32_t>(receiver_->deliver(command));
-    for (int i = 0; i < 4; ++i)
-        b[i] = static_cast<unsigned char>(result >> (8 * i));
-    io_exactly(c, b, 4, true);
+    int32_t result = 0;
+    server_.run_on_main([&] { result = handle(static_cast<int32_t>(command)); });
+    os::write_u32le(c, static_cast<uint32_t>(result));
 }
 
 bool StatusPublication::read_fields(int32_t command, std::vector<std::wstring>& fields)

@@ -2,12 +2,11 @@
 
 #include "app/status_publication_wire.h"
 #include "liba/nocopy.h"
+#include "os/unix_socket_server.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 class Document;
 
@@ -41,8 +40,6 @@ public:
     void use_clipboard(std::unique_ptr<status::CCommClipboard> clipboard) { clipboard_ = std::move(clipboard); }
 
 private:
-    class Receiver;
-    void accept_loop();
     void serve(int connection);
     // Reads the argument text of `command`; false when it can't be read.
     bool read_fields(int32_t command, std::vector<std::wstring>& fields);
@@ -52,9 +49,6 @@ private:
     Document& document_;
     ShowHandler show_;
     std::unique_ptr<status::CCommClipboard> clipboard_;
-    std::unique_ptr<Receiver> receiver_;
-    std::string path_;
-    int listen_fd_ = -1;
-    std::atomic<bool> stopping_{false};
-    std::thread thread_;
+    bool published_ = false;
+    os::UnixSocketServer server_;
 };

@@ -3,14 +3,13 @@
 #include "liba/text.h"
 #include "os/log.h"
 #include "os/path.h"
+#include "os/unix_socket_server.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace status {
@@ -41,21 +40,6 @@ bool pop_i32(CCommClipboard& c, int32_t& v)
     if (!c.pop(b, 4))
         return false;
     v = static_cast<int32_t>(get_u32(b));
-    return true;
-}
-
-bool io_exactly(int fd, void* buffer, size_t n, bool sending)
-{
-    auto* p = static_cast<char*>(buffer);
-    while (n > 0) {
-        ssize_t done = sending ? ::send(fd, p, n, MSG_NOSIGNAL) : ::recv(fd, p, n, 0);
-        if (done < 0 && errno == EINTR)
-            continue;
-        if (done <= 0)
-            return false;
-        p += done;
-        n -= static_cast<size_t>(done);
-    }
     return true;
 }
 
@@ -281,23 +265,13 @@ std::string socket_path()
 
 std::optional<int32_t> send_command(const std::string& socket, int32_t command)
 {
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    if (socket.size() >= sizeof addr.sun_path)
-        return std::nullopt;
-    std::memcpy(addr.sun_path, socket.c_str(), socket.size() + 1);
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = os::connect_unix_socket(socket);
     if (fd < 0)
         return std::nullopt;
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-        ::close(fd);
-        return std::nullopt;
-    }
-    unsigned char b[4];
-    put_u32(b, static_cast<uint32_t>(command));
     std::optional<int32_t> result;
-    if (io_exactly(fd, b, 4, true) && io_exactly(fd, b, 4, false))
-        result = static_cast<int32_t>(get_u32(b));
+    uint32_t answer = 0;
+    if (os::write_u32le(fd, static_cast<uint32_t>(command)) && os::read_u32le(fd, answer))
+        result = static_cast<int32_t>(answer);
     ::close(fd);
     return result;
 }

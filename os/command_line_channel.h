@@ -1,13 +1,10 @@
 #pragma once
 
-#include "liba/active.h"
 #include "liba/nocopy.h"
+#include "os/unix_socket_server.h"
 
-#include <atomic>
 #include <functional>
-#include <memory>
 #include <string>
-#include <thread>
 
 // How a later start of the program hands its command line to the running
 // instance: a Unix-domain stream socket in the runtime folder. The sender
@@ -50,15 +47,10 @@ public:
     void stop();
 
 private:
-    class Receiver;
-    void accept_loop();
     void serve(int connection);
 
-    std::unique_ptr<Receiver> receiver_;
-    std::string path_;
-    int listen_fd_ = -1;
-    std::atomic<bool> stopping_{false};
-    std::thread thread_;
+    Handler handler_;
+    UnixSocketServer server_;
 };
 
 } // namespace os

@@ -3,6 +3,7 @@
 #include "app/status_publication_wire.h"
 #include "liba/text.h"
 #include "os/path.h"
+#include "os/unix_socket_server.h"
 #include "tools/commands.h"
 
 #include <chrono>
@@ -10,8 +11,6 @@
 #include <fcntl.h>
 #include <optional>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -33,17 +32,11 @@ std::wstring absolute(const std::string& path)
 // Connects and hangs up: tells whether a server listens, without a command.
 bool server_listens(const std::string& socket)
 {
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    if (socket.size() >= sizeof addr.sun_path)
-        return false;
-    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", socket.c_str());
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = os::connect_unix_socket(socket);
     if (fd < 0)
         return false;
-    bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
     ::close(fd);
-    return ok;
+    return true;
 }
 
 // "quillaphonics -hide" from quillctl's own folder, in a session of its own
