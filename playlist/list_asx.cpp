@@ -32,22 +32,12 @@ bool attribute_any_case(const os::XmlNode& node, const std::wstring& lower_name,
 
 } // namespace
 
-ListASX::ListASX() : List(kFormatASX) {}
+ListASX::ListASX() : ListXml(kFormatASX) {}
 
-ListASX::ListASX(const std::wstring& path) : List(kFormatASX)
-{
-    source = path;
-    os::XmlDocument document;
-    if (!document.load(path, &error))
-        return;
-    read(document);
-}
+ListASX::ListASX(const std::wstring& path) : ListXml(kFormatASX) { load(path); }
 
-bool ListASX::read(const os::XmlDocument& document)
+bool ListASX::read_entries(const os::XmlDocument& document)
 {
-    entries.clear();
-    error.clear();
-    valid = false;
     os::XmlNode root = child_any_case(document.root(), L"ASX");
     if (!root) {
         error = L"no \"ASX\" element";
@@ -69,7 +59,6 @@ bool ListASX::read(const os::XmlDocument& document)
             entry.attributes[key] = value;
         entries.push_back(std::move(entry));
     }
-    valid = true;
     return true;
 }
 
@@ -92,13 +81,6 @@ void ListASX::write(os::XmlDocument& document) const
         if (artist != entry.attributes.end())
             node.add_child(L"PARAM").set_attribute(L"name", artist->second);
     }
-}
-
-bool ListASX::save(const std::wstring& path) const
-{
-    os::XmlDocument document;
-    write(document);
-    return document.save(path);
 }
 
 } // namespace playlist

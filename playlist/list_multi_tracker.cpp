@@ -21,28 +21,16 @@ double played(double duration) { return std::max(duration, 0.0); }
 
 } // namespace
 
-ListMultiTracker::ListMultiTracker() : List(kFormatMultiTracker) {}
+ListMultiTracker::ListMultiTracker() : ListXml(kFormatMultiTracker) {}
 
-ListMultiTracker::ListMultiTracker(const std::wstring& path) : List(kFormatMultiTracker)
-{
-    source = path;
-    os::XmlDocument document;
-    if (!document.load(path, &error))
-        return;
-    read(document);
-}
+ListMultiTracker::ListMultiTracker(const std::wstring& path) : ListXml(kFormatMultiTracker) { load(path); }
 
-bool ListMultiTracker::read(const os::XmlDocument& document)
+bool ListMultiTracker::read_entries(const os::XmlDocument& document)
 {
-    entries.clear();
-    error.clear();
-    valid = false;
-    os::XmlNode root = document.root().child(L"Log");
-    std::wstring version;
-    if (!root) {
-        error = L"no \"Log\" element";
+    os::XmlNode root = find_log(document, error);
+    if (!root)
         return false;
-    }
+    std::wstring version;
     if (!root.attribute(L"version", version) || version != kVersion) {
         error = L"the \"Log\" is not of version \"multitracker\"";
         return false;
@@ -52,11 +40,7 @@ bool ListMultiTracker::read(const os::XmlDocument& document)
     root.attribute(L"StartTime", start_time);
 
     double running = 0;
-    int count = root.child_count();
-    for (int i = 0; i < count; ++i) {
-        os::XmlNode event = root.child_at(i);
-        if (event.name() != L"LogEvent")
-            continue;
+    for (const os::XmlNode& event : log_events(root)) {
         PlaylistEntry entry;
         entry.path = child_text(event, L"MediaLocation").value_or(L"");
         if (entry.path.empty())
@@ -85,7 +69,6 @@ bool ListMultiTracker::read(const os::XmlDocument& document)
         entry.track = child_integer(event, L"Track").value_or(entry.track);
         entries.push_back(std::move(entry));
     }
-    valid = true;
     return true;
 }
 
@@ -128,13 +111,6 @@ void ListMultiTracker::write(os::XmlDocument& document) const
         }
         add_text(event, L"Track", std::to_wstring(entry.track));
     }
-}
-
-bool ListMultiTracker::save(const std::wstring& path) const
-{
-    os::XmlDocument document;
-    write(document);
-    return document.save(path);
 }
 
 } // namespace playlist

@@ -26,34 +26,18 @@ std::optional<double> not_negative(std::optional<double> value)
 
 } // namespace
 
-ListOfflineRadio::ListOfflineRadio() : List(kFormatOfflineRadio) {}
+ListOfflineRadio::ListOfflineRadio() : ListXml(kFormatOfflineRadio) {}
 
-ListOfflineRadio::ListOfflineRadio(const std::wstring& path) : List(kFormatOfflineRadio)
-{
-    source = path;
-    os::XmlDocument document;
-    if (!document.load(path, &error))
-        return;
-    read(document);
-}
+ListOfflineRadio::ListOfflineRadio(const std::wstring& path) : ListXml(kFormatOfflineRadio) { load(path); }
 
-bool ListOfflineRadio::read(const os::XmlDocument& document)
+bool ListOfflineRadio::read_entries(const os::XmlDocument& document)
 {
-    entries.clear();
-    error.clear();
-    valid = false;
-    os::XmlNode root = document.root().child(L"Log");
-    if (!root) {
-        error = L"no \"Log\" element";
+    os::XmlNode root = find_log(document, error);
+    if (!root)
         return false;
-    }
     root.attribute(L"StartTime", start_time);
 
-    int count = root.child_count();
-    for (int i = 0; i < count; ++i) {
-        os::XmlNode event = root.child_at(i);
-        if (event.name() != L"LogEvent")
-            continue;
+    for (const os::XmlNode& event : log_events(root)) {
         PlaylistEntry entry;
         entry.path = child_text(event, L"FileName").value_or(L"");
         if (entry.path.empty())
@@ -76,7 +60,6 @@ bool ListOfflineRadio::read(const os::XmlDocument& document)
                     entry.attributes[field.attribute] = *text;
         entries.push_back(std::move(entry));
     }
-    valid = true;
     return true;
 }
 
@@ -110,13 +93,6 @@ void ListOfflineRadio::write(os::XmlDocument& document) const
             add_text(info, field.element, it->second);
         }
     }
-}
-
-bool ListOfflineRadio::save(const std::wstring& path) const
-{
-    os::XmlDocument document;
-    write(document);
-    return document.save(path);
 }
 
 } // namespace playlist

@@ -13,6 +13,24 @@ constexpr wchar_t kLengthEnd = L'.';
 
 } // namespace
 
+os::XmlNode find_log(const os::XmlDocument& document, std::wstring& error)
+{
+    os::XmlNode log = document.root().child(L"Log");
+    if (!log)
+        error = L"no \"Log\" element";
+    return log;
+}
+
+std::vector<os::XmlNode> log_events(const os::XmlNode& log)
+{
+    std::vector<os::XmlNode> events;
+    const int count = log.child_count();
+    for (int i = 0; i < count; ++i)
+        if (os::XmlNode event = log.child_at(i); event.name() == L"LogEvent")
+            events.push_back(event);
+    return events;
+}
+
 std::optional<std::wstring> child_text(const os::XmlNode& node, const wchar_t* name)
 {
     os::XmlNode child = node.child(name);

@@ -4,12 +4,18 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 // The child elements of the two XML logs, whose values are element text:
 // times in milliseconds in the file, in seconds here. Threads: any.
 namespace playlist {
 
 // The child's text less blanks at its ends; nullopt when there is no such child.
+// The root "Log" of a log document; null (and `error` set) when there is none.
+os::XmlNode find_log(const os::XmlDocument& document, std::wstring& error);
+// The "LogEvent" children of a log, in order.
+std::vector<os::XmlNode> log_events(const os::XmlNode& log);
+
 std::optional<std::wstring> child_text(const os::XmlNode& node, const wchar_t* name);
 // A time in milliseconds, as seconds; nullopt when missing or not a number.
 std::optional<double> child_seconds(const os::XmlNode& node, const wchar_t* name);
