@@ -207,6 +207,27 @@ void ControlScrollBar::on_button_pressed(Role role)
     }
 }
 
+bool ControlScrollBar::on_keydown(int key)
+{
+    const int back = vertical_ ? kKeyUp : kKeyLeft;
+    const int forward = vertical_ ? kKeyDown : kKeyRight;
+    if (key == back)
+        on_button_pressed(kMinArrow);
+    else if (key == forward)
+        on_button_pressed(kMaxArrow);
+    else if (key == kKeyPageUp)
+        on_button_pressed(kMinSpace);
+    else if (key == kKeyPageDown)
+        on_button_pressed(kMaxSpace);
+    else if (key == kKeyHome)
+        set_position(min_);
+    else if (key == kKeyEnd)
+        set_position(max_);
+    else
+        return ControlPanel::on_keydown(key);
+    return true;
+}
+
 void ControlScrollBar::on_track_dragged(int pointer_along, int grab)
 {
     int start = 0, length = 0;

@@ -7,7 +7,8 @@
 // A scroll bar: a panel of five buttons made of kinds (two arrows, two page
 // areas and the handle) over a range of integers with a page. Arrows and
 // page areas act on press and repeat while held; dragging the handle sets
-// the position. Threads: the user-interface thread only. Points are form
+// the position. With the focus, the arrow keys of its axis step a line,
+// Page Up and Page Down a page, Home and End go to the ends. Threads: the user-interface thread only. Points are form
 // pixels; min, max, page and line are the caller's units.
 
 namespace skinner {
@@ -57,6 +58,7 @@ public:
 
     void set_rect(Point position, Point size) override;
     void refresh() override;
+    bool on_keydown(int key) override;
 
     Button& button(Role role) { return *buttons_[role]; }
     // The handle's area between the arrows, along the axis: start and length.

@@ -22,6 +22,8 @@ Form* g_current_modal = nullptr;
 // End-of-modal messages not yet taken: each ends the innermost loop.
 int g_end_requests = 0;
 
+constexpr const wchar_t* kDefaultFontText = L"14 1 0 0 Tahoma";
+
 // One axis of the placement: start position, minimum m, skin position c,
 // work area (w0, ws), parent (p0, ps).
 void place_axis(int start, int32_t m, int32_t c, int32_t w0, int32_t ws, int32_t p0, int32_t ps, int32_t& pos,
@@ -46,14 +48,16 @@ Form::Form(Form* parent, Properties& properties, const std::wstring& name, Liste
     : Container(this, properties, name, kByName, listener), default_font_(properties.scale()), parent_(parent)
 {
     impl_->set_form(this);
-    default_font_.parse(L"14 1 0 0 Tahoma");
+    default_font_.parse(kDefaultFontText);
     read_form_properties();
     g_forms.push_back(this);
+    add_live_form(this);
     update_position();
 }
 
 Form::~Form()
 {
+    remove_live_form(this);
     if (Screen* screen = Screen::instance())
         screen->forget(this);
     g_forms.erase(std::remove(g_forms.begin(), g_forms.end(), this), g_forms.end());
@@ -85,7 +89,18 @@ void Form::read_form_properties()
 void Form::refresh()
 {
     Container::refresh();
+    // The skin's scale may have changed with it.
+    default_font_ = Font(properties().scale());
+    default_font_.parse(kDefaultFontText);
     read_form_properties();
+    update_position();
+    invalidate_all();
+}
+
+void Form::on_screen_resolution_changed()
+{
+    if (Listener* l = listener())
+        l->on_command(L"#ScreenResolution#");
     update_position();
     invalidate_all();
 }

@@ -3,6 +3,7 @@
 #include "skinner/container.h"
 #include "skinner/font.h"
 #include "skinner/picture.h"
+#include "skinner/properties.h"
 
 #include <memory>
 #include <string>
@@ -28,7 +29,8 @@ protected:
     std::unique_ptr<FormImpl> impl_;
 };
 
-class Form : public FormImplHolder, public Container {
+// A form is a live form of its skin: a change of skin or language refreshes it.
+class Form : public FormImplHolder, public Container, public LiveForm {
 public:
     // Creates the form hidden, reads it from the skin (fatal when the skin
     // lacks it) and makes its automatic controls.
@@ -42,6 +44,11 @@ public:
     virtual void on_picture_failed_to_load(const Picture& picture);
 
     void refresh() override;
+    const Properties* skin_properties() const override { return &properties(); }
+    void on_skin_changed() override { refresh(); }
+    // The screen's size changed: the listener hears "#ScreenResolution#"
+    // (and may load the skin for the new size); the form places itself anew.
+    void on_screen_resolution_changed();
     bool on_keydown(int key) override;
     bool on_keyup(int key) override;
 

@@ -58,8 +58,9 @@ std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring&
     return std::make_unique<PlaceholderControl>(c, id);
 }
 
-ClassFactoryForm::ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent)
-    : Form(parent, properties, name)
+ClassFactoryForm::ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent,
+                                   Listener* listener)
+    : Form(parent, properties, name, listener)
 {
     build_items(*this, 0);
     update_position();
@@ -88,11 +89,23 @@ void ClassFactoryForm::build_items(Container& container, int depth)
     }
 }
 
-ClassFactoryForm::~ClassFactoryForm()
+void ClassFactoryForm::refresh()
 {
+    destroy_items();
+    Form::refresh();
+    build_items(*this, 0);
+    update_position();
+    invalidate_all();
+}
+
+void ClassFactoryForm::destroy_items()
+{
+    // Those inside panels went in last: they go first, while their panels live.
     while (!controls_.empty())
         controls_.pop_back();
 }
+
+ClassFactoryForm::~ClassFactoryForm() { destroy_items(); }
 
 std::wstring check_form(Properties& properties, const std::wstring& form)
 {

@@ -14,12 +14,17 @@ namespace skinner {
 
 class ClassFactoryForm : public Form {
 public:
-    ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent = nullptr);
+    ClassFactoryForm(Properties& properties, const std::wstring& name, Form* parent = nullptr,
+                     Listener* listener = nullptr);
     ~ClassFactoryForm() override;
+    // The skin's automatic panels are made anew on a refresh: the controls
+    // built into them are made anew with them.
+    void refresh() override;
 
 private:
     // The items of the container's form, then those of every panel in it.
     void build_items(Container& container, int depth);
+    void destroy_items();
     std::vector<std::unique_ptr<Control>> controls_;
 };
 

@@ -3,8 +3,12 @@
 #include "liba/fatal.h"
 #include "liba/text.h"
 #include "os/event_loop.h"
+#include "os/log.h"
 #include "skinner/form.h"
 #include "skinner/form_impl.h"
+
+#include <algorithm>
+#include <vector>
 
 namespace skinner {
 
@@ -54,7 +58,8 @@ int key_from_sdl(SDL_Keycode key)
     }
 }
 
-Screen::Screen(os::EventLoop& loop, Point size, const std::wstring& title) : loop_(loop), size_(size)
+Screen::Screen(os::EventLoop& loop, Point size, const std::wstring& title, int zoom, bool hidden)
+    : loop_(loop), size_(size), zoom_(std::clamp(zoom, 1, kMaxZoom))
 {
     if (g_screen)
         liba::fatal(L"Screen::Screen", L"a screen exists already");
@@ -63,7 +68,7 @@ Screen::Screen(os::EventLoop& loop, Point size, const std::wstring& title) : loo
     if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
         liba::fatal(L"Screen::Screen", L"SDL video can't start: " + liba::from_utf8(SDL_GetError()));
     window_ = SDL_CreateWindow(liba::to_utf8(title).c_str(), SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, size.x,
-                               size.y, 0);
+                               size.y, hidden ? SDL_WINDOW_HIDDEN : 0);
     if (!window_)
         liba::fatal(L"Screen::Screen", L"no window: " + liba::from_utf8(SDL_GetError()));
     surface_ = SDL_GetWindowSurface(window_);
@@ -85,6 +90,38 @@ Screen::~Screen()
 
 Screen* Screen::instance() { return g_screen; }
 
+bool Screen::set_zoom(int zoom)
+{
+    if (zoom < 1 || zoom > kMaxZoom || zoom == zoom_)
+        return false;
+    Point native = native_size();
+    zoom_ = zoom;
+    size_ = {native.x * zoom, native.y * zoom};
+    os::log() << "screen: zoom " << zoom << ", " << size_.x << "x" << size_.y << "\n";
+    SDL_SetWindowSize(window_, size_.x, size_.y);
+    SDL_SetWindowPosition(window_, SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED);
+    surface_ = SDL_GetWindowSurface(window_);
+    // A form may close another while it hears of the change.
+    std::vector<Form*> snapshot = Form::forms();
+    for (Form* form : snapshot)
+        if (Form::is_live(form))
+            form->on_screen_resolution_changed();
+    repaint_all();
+    return true;
+}
+
+void Screen::show_window(bool shown)
+{
+    if (shown) {
+        SDL_ShowWindow(window_);
+        SDL_RaiseWindow(window_);
+    } else {
+        SDL_HideWindow(window_);
+    }
+}
+
+bool Screen::window_shown() const { return (SDL_GetWindowFlags(window_) & SDL_WINDOW_HIDDEN) == 0; }
+
 void Screen::request_paint()
 {
     if (paint_pending_)
@@ -105,6 +142,18 @@ void Screen::paint_now()
         if (!r.empty())
             present({r.x + form->screen_position().x, r.y + form->screen_position().y, r.w, r.h});
     }
+}
+
+void Screen::repaint_all()
+{
+    surface_ = SDL_GetWindowSurface(window_);
+    if (!surface_)
+        return;
+    for (Form* form : Form::forms())
+        if (form->is_visible())
+            form->paint_dirty();
+    paint_now();
+    present({0, 0, size_.x, size_.y});
 }
 
 void Screen::present(Rect rect)
@@ -186,8 +235,42 @@ void Screen::pointer_event(const SDL_Event& e)
     }
 }
 
+bool Screen::zoom_key(const SDL_Event& e)
+{
+    if (!(e.key.keysym.mod & KMOD_CTRL))
+        return false;
+    int step = 0;
+    switch (e.key.keysym.sym) {
+    // Plus shares its key with '=' on most layouts.
+    case SDLK_PLUS: case SDLK_EQUALS: case SDLK_KP_PLUS: step = 1; break;
+    case SDLK_MINUS: case SDLK_KP_MINUS: step = -1; break;
+    default: return false;
+    }
+    // The key's character, if any came, is no text for a form.
+    SDL_Event text;
+    SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT);
+    set_zoom(zoom_ + step);
+    return true;
+}
+
+void Screen::window_event(const SDL_Event& e)
+{
+    switch (e.window.event) {
+    case SDL_WINDOWEVENT_EXPOSED:
+    case SDL_WINDOWEVENT_SIZE_CHANGED:
+    case SDL_WINDOWEVENT_SHOWN:
+    case SDL_WINDOWEVENT_RESTORED:
+        repaint_all();
+        break;
+    default:
+        break;
+    }
+}
+
 void Screen::key_down(const SDL_Event& e)
 {
+    if (zoom_key(e))
+        return;
     Form* form = input_form();
     // The character typed with this key waits in the queue as its own event.
     wchar_t character = 0;
@@ -225,13 +308,12 @@ void Screen::handle_event(const SDL_Event& e)
             form->impl().text(liba::from_utf8(e.text.text));
         break;
     case SDL_WINDOWEVENT:
-        if (e.window.event == SDL_WINDOWEVENT_EXPOSED) {
-            surface_ = SDL_GetWindowSurface(window_);
-            present({0, 0, size_.x, size_.y});
-        }
+        window_event(e);
         break;
     case SDL_QUIT:
-        if (Form* form = input_form())
+        if (quit_handler_)
+            quit_handler_();
+        else if (Form* form = input_form())
             form->close();
         break;
     default:

@@ -6,6 +6,7 @@
 
 #include <SDL.h>
 
+#include <functional>
 #include <string>
 
 // "The screen": the one SDL window (or, without a display, the offscreen
@@ -24,14 +25,29 @@ class Form;
 
 class Screen : liba::Nocopy {
 public:
-    // Opens the window of `size` (SDL video is started if needed) and hooks
-    // into the loop's SDL events. There is one screen at a time.
-    Screen(os::EventLoop& loop, Point size, const std::wstring& title = L"Quillaphonics");
+    static constexpr int kMaxZoom = 4;
+
+    // Opens the window of `size` (SDL video is started if needed), hidden
+    // when asked, and hooks into the loop's SDL events. `size` is the skin's
+    // native size times `zoom`. There is one screen at a time.
+    Screen(os::EventLoop& loop, Point size, const std::wstring& title = L"Quillaphonics", int zoom = 1,
+           bool hidden = false);
     ~Screen();
     static Screen* instance();
 
     Point size() const { return size_; }
+    int zoom() const { return zoom_; }
+    Point native_size() const { return {size_.x / zoom_, size_.y / zoom_}; }
+    // Resizes the window to the native size times `zoom` (1 to kMaxZoom) and
+    // tells every form, as the handheld told its windows of a new display
+    // resolution; then repaints all. False when out of range or unchanged.
+    bool set_zoom(int zoom);
+    // Closing the window calls this instead of closing the form on top.
+    void set_quit_handler(std::function<void()> handler) { quit_handler_ = std::move(handler); }
+    void show_window(bool shown);
+    bool window_shown() const;
     SDL_Surface* surface() const { return surface_; }
+    SDL_Window* window() const { return window_; }
     os::EventLoop& loop() const { return loop_; }
 
     // A form became dirty: one paint pass is queued (as a posted paint
@@ -39,6 +55,9 @@ public:
     void request_paint();
     // Paints every dirty visible form and presents what changed.
     void paint_now();
+    // Paints every visible form whole and presents the whole window: after
+    // the window was uncovered or resized.
+    void repaint_all();
     // Composes the forms that cover the rectangle, bottom to top, into the
     // window surface and presents it.
     void present(Rect rect);
@@ -54,9 +73,14 @@ public:
 private:
     void pointer_event(const SDL_Event& event);
     void key_down(const SDL_Event& event);
+    // Ctrl+Plus and Ctrl+Minus: true when the key was one of them.
+    bool zoom_key(const SDL_Event& event);
+    void window_event(const SDL_Event& event);
 
     os::EventLoop& loop_;
     Point size_;
+    int zoom_ = 1;
+    std::function<void()> quit_handler_;
     SDL_Window* window_ = nullptr;
     SDL_Surface* surface_ = nullptr;
     Uint32 paint_event_ = 0;

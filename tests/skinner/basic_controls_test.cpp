@@ -212,6 +212,20 @@ TEST(BasicControls, ScrollBarClampsStepsDragsAndRepeats)
     int held = v.position_value();
     run_for(screen, 100);
     EXPECT_EQ(v.position_value(), held) << "released: no more repeats";
+
+    // With the focus, the arrows of its axis step a line, the page keys a
+    // page, Home and End go to the ends; the handle moves with the value.
+    v.set_position(0);
+    v.set_focus(skinner::kFocusByKey);
+    const int handle = track.size().y;
+    const std::pair<SDL_Keycode, int> keys[] = {{SDLK_DOWN, 1},  {SDLK_PAGEDOWN, 21}, {SDLK_UP, 20},
+                                                {SDLK_RIGHT, 20}, {SDLK_END, 80},      {SDLK_PAGEUP, 60},
+                                                {SDLK_HOME, 0}};
+    for (auto [key, value] : keys) {
+        screen.key(key);
+        EXPECT_EQ(v.position_value(), value) << SDL_GetKeyName(key);
+        EXPECT_EQ(track.position().y, start + (length - handle) * value / 80) << SDL_GetKeyName(key);
+    }
 }
 
 TEST(BasicControls, AutoScrollPanelShowsTheBarsItsContentNeeds)
