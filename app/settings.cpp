@@ -77,6 +77,7 @@ const Key kKeys[] = {
     {L"Language", L"Language", &Settings::language},
 
     {L"Skin", L"Skin", &Settings::skin},
+    {L"Skin", L"Zoom", &Settings::zoom},
 
     {L"FileExplorer", L"ShowFolders", &Settings::show_folders},
     {L"FileExplorer", L"Folder", &Settings::explorer_folder},

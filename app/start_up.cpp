@@ -2,6 +2,7 @@
 
 #include "app/document.h"
 #include "app/headless_shell.h"
+#include "app/screen_shell.h"
 #include "app/settings.h"
 #include "app/status_publication.h"
 #include "liba/text.h"
@@ -16,10 +17,6 @@
 namespace {
 
 constexpr const wchar_t* kAppName = L"Quillaphonics";
-// Until the screen exists the desktop is not asked, and the zoom is not kept
-// between runs yet.
-constexpr int kLargestZoomThatFits = 0;
-constexpr skinner::Point kDesktopUnknown{0, 0};
 
 std::wstring current_folder()
 {
@@ -68,23 +65,34 @@ int run_quillaphonics(const std::vector<std::string>& args)
     Document document;
     const Settings& settings = document.settings();
 
-    // The skin of the settings for its own screen, else the default skin;
+    // The skin of the settings for its own screen (at the zoom of the last
+    // run, else the largest that fits the desktop), else the default skin;
     // without a usable one the program ends here, its settings still kept.
+    ScreenShell::start_video();
     std::wstring language;
     settings.language_file(language);
     skinner::SkinChoice choice;
     std::unique_ptr<skinner::Properties> skin =
-        skinner::choose_skin(settings.skin, kLargestZoomThatFits, kDesktopUnknown, language, &choice);
+        skinner::choose_skin(settings.skin, settings.zoom, ScreenShell::desktop_size(), language, &choice);
     if (!skin)
         return 0;
     os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
 
-    // Until the main window exists the program runs headless: the shell acts
-    // on command lines and the loop runs without a window.
+    // Until the main window exists the screen shows the skin's "Main" and the
+    // headless shell acts on command lines, as the main window will.
+    ScreenShell screen(app.loop(), *skin, choice, command_line == kHideCommand);
     HeadlessShell shell(document);
-    if (!app.listen_for_command_lines([&shell](const std::wstring& line) { shell.on_command_line(line); }))
+    auto on_line = [&shell, &screen](const std::wstring& line) {
+        shell.on_command_line(line);
+        if (line != kHideCommand)
+            screen.bring_up();
+    };
+    if (!app.listen_for_command_lines(on_line))
         os::log() << "start-up: later starts can't reach this instance\n";
-    StatusPublication publication(document, [&shell] { shell.show(); });
+    StatusPublication publication(document, [&shell, &screen] {
+        shell.show();
+        screen.bring_up();
+    });
     if (!publication.publish())
         os::log() << "start-up: the status publication is not available\n";
     shell.on_first_command_line(command_line);
@@ -95,5 +103,10 @@ int run_quillaphonics(const std::vector<std::string>& args)
 
     publication.stop();
     app.stop_listening();
+    if (screen.zoom() != settings.zoom) {
+        Settings kept = settings;
+        kept.zoom = screen.zoom();
+        document.apply_settings(kept);
+    }
     return 0;
 }

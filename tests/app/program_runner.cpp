@@ -67,7 +67,8 @@ Process start_program(const std::string& exe, const std::vector<std::string>& ar
         argv.push_back(a.data());
     argv.push_back(nullptr);
 
-    ::setenv("SDL_VIDEODRIVER", "offscreen", 1);
+    // A test may name another driver, or none.
+    ::setenv("SDL_VIDEODRIVER", "offscreen", 0);
     ::setenv("SDL_AUDIODRIVER", "dummy", 1);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

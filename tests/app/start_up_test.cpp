@@ -1,13 +1,20 @@
 // Start-up and shutdown of the real program: the single instance, the
 // command-line handover and the quit signals, driven as a user's shell would.
+#include "app/screen_shell.h"
 #include "app/start_up.h"
+#include "liba/active.h"
 #include "liba/text.h"
+#include "os/event_loop.h"
+#include "skinner/form_message.h"
+#include "skinner/screen.h"
 #include "tests/app/program_runner.h"
+#include "tests/skinner/drawing_test_support.h"
 #include "tests/support/test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <csignal>
 #include <cstring>
 #include <sys/socket.h>
@@ -207,6 +214,166 @@ TEST_F(StartUp, ConnectionsOfAnotherUserAreRefused)
     EXPECT_EQ(WEXITSTATUS(status), 0) << "the other user got an answer";
     EXPECT_TRUE(test::wait_for([&] { return log().find(L"refused a connection of user 65534") != std::wstring::npos; }, 3000));
     EXPECT_EQ(log().find(L"intruder"), std::wstring::npos);
+}
+
+// Sets environment variables for one test and puts them back after it.
+class EnvironmentGuard {
+public:
+    void set(const char* name, const char* value)
+    {
+        const char* old = std::getenv(name);
+        saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
+        if (value)
+            ::setenv(name, value, 1);
+        else
+            ::unsetenv(name);
+    }
+    ~EnvironmentGuard()
+    {
+        for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
+            if (it->second)
+                ::setenv(it->first.c_str(), it->second->c_str(), 1);
+            else
+                ::unsetenv(it->first.c_str());
+    }
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+TEST_F(StartUp, WithoutADisplayTheScreenGoesOffscreenAtTheSavedZoomAndTheZoomIsKept)
+{
+    EnvironmentGuard env;
+    env.set("SDL_VIDEODRIVER", "");
+    env.set("DISPLAY", nullptr);
+    env.set("WAYLAND_DISPLAY", nullptr);
+    fs::path settings = home.app_data() / "Quillaphonics.xml";
+    const std::pair<const char*, const wchar_t*> runs[] = {
+        // No zoom saved: offscreen there is no desktop to fill, so 1.
+        {"<Settings/>", L"screen: 240x320 zoom 1 hidden"},
+        {"<Settings><Skin Zoom=\"3\"/></Settings>", L"screen: 720x960 zoom 3 hidden"},
+    };
+    for (auto [file, screen_line] : runs) {
+        test::write_file(settings, file);
+        fs::remove(home.app_data() / "Quillaphonics.txt");
+        start_first();
+        ASSERT_TRUE(test::wait_for([&] { return log().find(screen_line) != std::wstring::npos; }, 10000))
+            << liba::to_utf8(log());
+        EXPECT_NE(log().find(L"start-up: no display (neither DISPLAY nor WAYLAND_DISPLAY is set); the screen is "
+                             L"offscreen and message forms answer by themselves\n"),
+                  std::wstring::npos);
+        first.signal(SIGTERM);
+        EXPECT_EQ(first.wait(5000), 0);
+        std::string saved = test::read_file(settings);
+        std::wstring zoom = screen_line == runs[0].second ? L"1" : L"3";
+        EXPECT_NE(saved.find("Zoom=\"" + liba::to_utf8(zoom) + "\""), std::string::npos) << saved;
+    }
+}
+
+// The screen at start-up in this process, on SDL's offscreen driver, against
+// what `quillctl skin render` draws of the same form, pixel for pixel.
+class ScreenAtStart : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        env.set("SDL_VIDEODRIVER", "offscreen");
+        ASSERT_FALSE(ScreenShell::start_video()) << "offscreen is no display";
+        EXPECT_TRUE(skinner::message_forms_headless());
+        skin = skinner::choose_skin(liba::from_utf8(skin_path.string()), 1, ScreenShell::desktop_size(), L"", &choice);
+        ASSERT_TRUE(skin);
+    }
+    void TearDown() override
+    {
+        shell.reset();
+        skin.reset();
+        skinner::set_message_forms_headless(false);
+    }
+    // Takes every waiting event, as the loop would, and paints.
+    void settle()
+    {
+        SDL_Event e;
+        while (SDL_PollEvent(&e))
+            shell->screen().handle_event(e);
+        shell->screen().paint_now();
+    }
+    void press(SDL_Keycode key, Uint16 mod)
+    {
+        for (Uint32 type : {SDL_KEYDOWN, SDL_KEYUP}) {
+            SDL_Event e{};
+            e.type = type;
+            e.key.keysym.sym = key;
+            e.key.keysym.mod = mod;
+            SDL_PushEvent(&e);
+        }
+        settle();
+    }
+    // The window is the render tool's "Main" at `zoom`, pixel for pixel.
+    void expect_main_at(int zoom)
+    {
+        skinner::Screen& screen = shell->screen();
+        int w = 0, h = 0;
+        SDL_GetWindowSize(screen.window(), &w, &h);
+        EXPECT_EQ(w, 240 * zoom);
+        EXPECT_EQ(h, 320 * zoom);
+        ASSERT_EQ(screen.zoom(), zoom);
+        test::TempDir dir;
+        fs::path png = dir.path() / "main.png";
+        ASSERT_EQ(test::quillctl("skin render '" + skin_path.string() + "' Main '" + png.string() + "' --scale " +
+                                 std::to_string(zoom)),
+                  0);
+        skinner::Surface expected = drawing_test::ffmpeg_decode(png);
+        SDL_Surface* actual = screen.surface();
+        ASSERT_TRUE(expected && actual);
+        ASSERT_EQ(actual->w, expected->w);
+        ASSERT_EQ(actual->h, expected->h);
+        int differ = 0;
+        for (int y = 0; y < actual->h; ++y)
+            for (int x = 0; x < actual->w; ++x) {
+                Uint8 r, g, b;
+                uint32_t raw = 0;
+                std::memcpy(&raw, static_cast<const char*>(actual->pixels) + y * actual->pitch + x * 4, 4);
+                SDL_GetRGB(raw, actual->format, &r, &g, &b);
+                uint32_t want = drawing_test::pixel_at(expected.get(), x, y) & 0xFFFFFFu;
+                differ += ((uint32_t(r) << 16) | (uint32_t(g) << 8) | b) != want;
+            }
+        EXPECT_EQ(differ, 0) << "pixels unlike the render tool's at zoom " << zoom;
+        if (differ)
+            drawing_test::save_failure("start_main_x" + std::to_string(zoom), actual, expected.get());
+    }
+
+    EnvironmentGuard env;
+    fs::path skin_path = test::program_dir() / "skins" / "Default" / "Default.skin";
+    CActiveScheduler scheduler;
+    os::EventLoop loop{scheduler};
+    skinner::SkinChoice choice;
+    std::unique_ptr<skinner::Properties> skin;
+    std::unique_ptr<ScreenShell> shell;
+};
+
+TEST_F(ScreenAtStart, ShowsMainAsTheRenderToolDrawsItAndCtrlPlusOrMinusZoomsOneStepWithinOneToFour)
+{
+    shell = std::make_unique<ScreenShell>(loop, *skin, choice, false);
+    settle();
+    expect_main_at(1);
+    press(SDLK_MINUS, KMOD_LCTRL);
+    EXPECT_EQ(shell->screen().zoom(), 1) << "1 is the smallest";
+    press(SDLK_EQUALS, KMOD_LCTRL);
+    expect_main_at(2);
+    press(SDLK_KP_PLUS, KMOD_RCTRL);
+    press(SDLK_PLUS, KMOD_LCTRL);
+    press(SDLK_PLUS, KMOD_LCTRL);
+    expect_main_at(4);
+    EXPECT_EQ(skin->scale(), 4) << "the skin was loaded again for the larger screen";
+    press(SDLK_KP_MINUS, KMOD_LCTRL);
+    press(SDLK_MINUS, KMOD_NONE);
+    expect_main_at(3);
+
+    // Closing the window ends the loop: the program goes on to its end.
+    SDL_Event quit{};
+    quit.type = SDL_QUIT;
+    SDL_PushEvent(&quit);
+    loop.run();
+    EXPECT_TRUE(loop.quit_requested());
 }
 
 TEST(CommandLine, JoinsWithBlanksAndAnchorsRelativePaths)
