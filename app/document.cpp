@@ -21,6 +21,16 @@ std::wstring tag_title(const std::wstring& path)
     return tag.present ? tag.title : std::wstring();
 }
 
+// The marks as a router reads them: positions in order, each with whether
+// its range is in the route.
+audio::RouteMarks route_of(const RangeMarks& marks)
+{
+    audio::RouteMarks route;
+    for (int i = 0; i < marks.count(); ++i)
+        route.push_back({marks.mark(i).position, marks.mark(i).kind != -1});
+    return route;
+}
+
 } // namespace
 
 Document::View::View()
@@ -175,7 +185,10 @@ bool Document::play_item(int index, int32_t start_position)
     current_item_ = items_[static_cast<size_t>(index)];
     drop_chain();
     os::log() << "play item: " << current_item_.path << "\n";
-    play_chain_ = audio::create_play_chain(current_item_.path, nullptr, tag_title);
+    // A side file that doesn't parse leaves no marks; its log line says why.
+    bookmarks_.load(side_file_of(current_item_.path));
+    const audio::RouteMarks route = route_of(bookmarks_);
+    play_chain_ = audio::create_play_chain(current_item_.path, ranges_only_ ? &route : nullptr, tag_title);
     if (!play_chain_) {
         ++failed_opens_;
         os::log() << "play item: can't open " << current_item_.path << "; the next item follows by the mode\n";
@@ -302,6 +315,18 @@ void Document::seek_fraction(double fraction)
         return;
     pending_changes_.position = true;
     r->set_position(static_cast<int32_t>(std::trunc(static_cast<double>(r->get_length()) * fraction)));
+}
+
+bool Document::add_bookmark()
+{
+    audio::FileReader* r = reader();
+    if (!r)
+        return false;
+    pending_changes_.position = true;
+    bookmarks_.add_mark(r->get_position(), L"Bookmark");
+    if (!bookmarks_.save(side_file_of(current_item_.path)))
+        os::log() << "Document: can't write the marks of " << current_item_.path << "\n";
+    return true;
 }
 
 void Document::set_play_mode(int mode)

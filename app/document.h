@@ -9,6 +9,7 @@
 #include "audio/player_pcm.h"
 #include "audio/record_chain.h"
 #include "audio/recorder_pcm.h"
+#include "files/range_marks.h"
 #include "liba/nocopy.h"
 #include "os/date_time.h"
 #include "playlist/playlist_entry.h"
@@ -78,6 +79,9 @@ public:
     const std::wstring& playlist_name() const { return playlist_name_; }
     const std::vector<playlist::PlaylistEntry>& items() const { return items_; }
     const PlayOrder& play_order() const { return play_order_; }
+    // The marks of the current item (or of the last one played), as its side
+    // file held them when it was opened, with the marks added since.
+    const RangeMarks& bookmarks() const { return bookmarks_; }
     // The file now playing, empty when stopped.
     const std::wstring& current_path() const { return current_item_.path; }
     const std::wstring& record_file_path() const { return record_path_; }
@@ -132,6 +136,9 @@ public:
     void seek_relative(double seconds);
     // Position = length x fraction. Nothing without a chain.
     void seek_fraction(double fraction);
+    // Marks the reader's position as "Bookmark" and saves the marks beside
+    // the file. False, and nothing marked, when nothing plays.
+    bool add_bookmark();
     void set_play_mode(int mode);
     void set_volume(double volume);
     // Speed of play, 0.5..2.0, with the pitch held or following. With the
@@ -190,6 +197,7 @@ private:
     playlist::PlaylistEntry current_item_;
     std::vector<playlist::PlaylistEntry> items_;
     PlayOrder play_order_;
+    RangeMarks bookmarks_;
     // Items that failed to open since the last one that opened: a whole
     // pass of them stops playing, so a list of bad files never spins.
     int failed_opens_ = 0;

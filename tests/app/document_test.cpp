@@ -77,7 +77,7 @@ protected:
     {
         fs::path p = dir / name;
         std::string cmd = "sox -n -r 22050 -b 16 -c 1 '" + p.string() + "' synth " + std::to_string(seconds) +
-                          " sine " + std::to_string(freq) + " vol 0.5 dcshift 0.3";
+                          " sine " + std::to_string(freq) + " vol 0.4 dcshift 0.5";
         EXPECT_EQ(test::run(cmd), 0) << cmd;
         if (raw) {
             fs::path r = dir / (name + ".raw");
@@ -158,6 +158,84 @@ TEST_F(DocumentTest, StartPositionLandsOnItsSample)
     ASSERT_TRUE(d.play_item(0, 14000));
     run_to_stop(d);
     EXPECT_EQ(without_silence(read_bytes(out), 1), raw.substr(14000));
+}
+
+TEST_F(DocumentTest, MarksComeWithTheItemTheirRoutePlaysAndNewOnesAreSaved)
+{
+    std::string raw;
+    fs::path wav = tone("marked.wav", 1.0, 300, &raw);
+    // Ranges a [0, 8820) and c [22050, 30870) are routed: bytes of the data.
+    const std::string quillctl = test::quote((test::program_dir() / "quillctl").string());
+    ASSERT_EQ(test::run(quillctl + " marks " + test::quote(wav.string()) +
+                        " --add a 0 --add b 8820 --add c 22050 --add d 30870 --route a c"),
+              0);
+    playlist::PlaylistEntry e;
+    e.path = w(wav);
+    {
+        Document d(w(dir / "settings.xml"));
+        EXPECT_FALSE(d.add_bookmark()) << "nothing plays: nothing to mark";
+        d.set_playlist(L"route", {e}, 0, true);
+        ASSERT_TRUE(d.play_item(0, 0));
+        ASSERT_EQ(d.bookmarks().count(), 4);
+        EXPECT_EQ(d.bookmarks().route_count(), 2);
+        EXPECT_EQ(d.bookmarks().route_mark(1).name, L"c");
+        run_to_stop(d);
+        EXPECT_FALSE(d.is_playing()) << "the end of the last range ends the item";
+    }
+    EXPECT_EQ(without_silence(read_bytes(out), 1), raw.substr(0, 8820) + raw.substr(22050, 8820));
+
+    // Plain playing: a bookmark lands on the reader's position and is in the
+    // side file at once, beside the marks that were there.
+    Document d(w(dir / "settings.xml"));
+    d.set_playlist(L"plain", {e}, 0, false);
+    ASSERT_TRUE(d.play_item(0, 12000));
+    ASSERT_TRUE(d.add_bookmark());
+    const int32_t now = d.reader()->get_position();
+    RangeMarks saved;
+    ASSERT_TRUE(saved.load(side_file_of(w(wav))));
+    EXPECT_EQ(saved, d.bookmarks());
+    ASSERT_EQ(saved.count(), 5);
+    int32_t at = -1;
+    for (int i = 0; i < saved.count(); ++i)
+        if (saved.mark(i).name == L"Bookmark")
+            at = saved.mark(i).position;
+    EXPECT_TRUE(at >= 12000 && at <= now) << at << " is not where the reader stood";
+    std::string listed;
+    ASSERT_EQ(test::run(quillctl + " marks " + test::quote(wav.string()), &listed), 0);
+    EXPECT_NE(listed.find("Bookmark\t" + std::to_string(at) + "\t"), std::string::npos) << listed;
+}
+
+// Paced in real time, so that the seek comes while the player still holds
+// what it read before: the device gets the file's start up to a seam, then
+// the file from the new position on.
+TEST_F(DocumentTest, SeekWhilePlayingContinuesFromTheNewSampleAfterWhatWasQueued)
+{
+    unsetenv("SDL_DISKAUDIODELAY");
+    fs::path wav = dir / "sweep.wav";
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 '" + wav.string() + "' synth 10 sine 100-3000 vol 0.4 dcshift 0.5"),
+              0);
+    const std::string raw = test::run_out("sox '" + wav.string() + "' -t raw -");
+    const size_t seek_to = 5 * 22050 * 2; // half of the data, in bytes
+    {
+        Document d(w(dir / "settings.xml"));
+        ASSERT_TRUE(d.play_file(w(wav)));
+        tick();
+        d.on_timer();
+        d.seek_fraction(0.5);
+        for (int i = 0; i < 10; ++i) {
+            tick();
+            d.on_timer();
+        }
+    }
+    const std::string played = without_silence(read_bytes(out), 1);
+    // The seam: where the first 0.2 s from the target show up.
+    const size_t seam = played.find(raw.substr(seek_to, 8820));
+    ASSERT_NE(seam, std::string::npos) << "the audio after the seek never reached the device";
+    EXPECT_TRUE(played.compare(0, seam, raw, 0, seam) == 0) << "before the seam: the file's start, unbroken";
+    EXPECT_LT(seam, seek_to);
+    const size_t after = played.size() - seam;
+    EXPECT_GT(after, 22050u) << "at least half a second after the seam";
+    EXPECT_TRUE(played.compare(seam, after, raw, seek_to, after) == 0) << "after the seam: the file from the target";
 }
 
 TEST_F(DocumentTest, ListsPlayInTheOrderOfEachMode)
