@@ -80,6 +80,8 @@ ScreenShell::ScreenShell(os::EventLoop& loop, skinner::Properties& skin, const s
     // A skin without its "Main" ends the program here with the skin's report.
     skinner::Listener* listener = this;
     main_ = std::make_unique<skinner::ClassFactoryForm>(skin_, kMainForm, nullptr, listener);
+    // Nothing in the skin's "Main" names the program: the window does.
+    main_->set_title(kTitle);
     main_->show(true);
     main_->set_active(true);
     screen_->paint_now();

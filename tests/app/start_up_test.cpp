@@ -352,7 +352,11 @@ protected:
 
 TEST_F(ScreenAtStart, ShowsMainAsTheRenderToolDrawsItAndCtrlPlusOrMinusZoomsOneStepWithinOneToFour)
 {
-    shell = std::make_unique<ScreenShell>(loop, *skin, choice, false);
+    // As "-hide" starts it: hidden until asked for.
+    shell = std::make_unique<ScreenShell>(loop, *skin, choice, true);
+    EXPECT_FALSE(shell->screen().window_shown());
+    shell->bring_up();
+    EXPECT_TRUE(shell->screen().window_shown());
     settle();
     expect_main_at(1);
     press(SDLK_MINUS, KMOD_LCTRL);
