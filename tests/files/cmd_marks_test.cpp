@@ -8,25 +8,13 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <sstream>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string quote(const std::string& s)
-{
-    std::string out = "'";
-    for (char c : s)
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-struct Result {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using Result = test::QuillctlRun;
+using test::quote;
 
 class QuillctlMarks : public testing::Test {
 protected:
@@ -43,54 +31,32 @@ protected:
         ASSERT_EQ(test::run("soxi -b " + quote(sound_.string()), &text), 0);
         int bits = std::stoi(text);
         bytes_per_second_ = rate * channels * bits / 8;
-        ASSERT_EQ(test::run("soxi -D " + quote(sound_.string()), &text), 0);
-        duration_ = std::stod(text);
     }
 
-    Result quillctl(const std::vector<std::string>& args)
+    Result quillctl(std::vector<std::string> args)
     {
-        std::string command = quote((test::program_dir() / "quillctl").string()) + " marks";
-        for (const std::string& a : args)
-            command += " " + quote(a);
-        Result r;
-        r.status = test::run(command + " 2>" + quote((dir_ / "stderr").string()), &r.out);
-        r.err = test::read_file(dir_ / "stderr");
-        return r;
+        args.insert(args.begin(), "marks");
+        return test::run_quillctl(args, dir_.path());
     }
 
     // PCM WAV positions are bytes of the data: seconds by the rate sox reads.
-    std::string seconds(int position, const char* format = "%.3f") const
+    std::string seconds(int position) const
     {
         char buf[64];
-        std::snprintf(buf, sizeof buf, format, static_cast<double>(position) / bytes_per_second_);
+        std::snprintf(buf, sizeof buf, "%.3f", static_cast<double>(position) / bytes_per_second_);
         return buf;
     }
 
-    // The line quillctl prints for a mark; the seconds column is empty while
-    // no reader takes the file.
-    std::string line(const std::string& name, int position, int route, bool have_reader) const
+    // The line quillctl prints for a mark.
+    std::string line(const std::string& name, int position, int route) const
     {
-        return name + "\t" + std::to_string(position) + "\t" + (have_reader ? seconds(position) : "") + "\t" +
-               std::to_string(route) + "\n";
-    }
-
-    // Whether this build's quillctl reads seconds from the file: the third
-    // column of its first line.
-    static bool has_seconds(const std::string& out)
-    {
-        std::istringstream in(out);
-        std::string name, position, secs;
-        std::getline(in, name, '\t');
-        std::getline(in, position, '\t');
-        std::getline(in, secs, '\t');
-        return !secs.empty();
+        return name + "\t" + std::to_string(position) + "\t" + seconds(position) + "\t" + std::to_string(route) + "\n";
     }
 
     test::TempDir dir_;
     fs::path sound_ = dir_ / "talk.wav";
     fs::path side_ = dir_ / "talk.wav.bm";
     int bytes_per_second_ = 0;
-    double duration_ = 0;
 };
 
 } // namespace
@@ -108,20 +74,19 @@ TEST_F(QuillctlMarks, AddsRoutesAndRemovesMarksInTheSideFile)
 {
     Result r = quillctl({sound_.string(), "--add", "Intro", "0", "--add", "Middle", "32000", "--add", "End", "96000"});
     ASSERT_EQ(r.status, 0) << r.err;
-    const bool reader = has_seconds(r.out);
-    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, -1, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, -1) + line("Middle", 32000, -1) + line("End", 96000, -1));
 
     r = quillctl({sound_.string(), "--route", "End", "Intro"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, line("Intro", 0, 1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, 0, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, 1) + line("Middle", 32000, -1) + line("End", 96000, 0));
 
     // Inside an unrouted range the route stays; inside a routed one the new
     // mark joins it right behind that range. An occupied position keeps its mark.
     r = quillctl({sound_.string(), "--add", "Aside", "40000", "--add", "Encore", "100000", "--add", "Again", "0"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, line("Intro", 0, 2, reader) + line("Middle", 32000, -1, reader) +
-                         line("Aside", 40000, -1, reader) + line("End", 96000, 0, reader) +
-                         line("Encore", 100000, 1, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, 2) + line("Middle", 32000, -1) +
+                         line("Aside", 40000, -1) + line("End", 96000, 0) +
+                         line("Encore", 100000, 1));
 
     // What quillctl wrote is what the program loads.
     RangeMarks marks;
@@ -135,18 +100,18 @@ TEST_F(QuillctlMarks, AddsRoutesAndRemovesMarksInTheSideFile)
     // Every mark of a name goes; --route with no names empties the route.
     r = quillctl({sound_.string(), "--add", "Aside", "50000", "--remove", "Aside", "--route"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Middle", 32000, -1, reader) + line("End", 96000, -1, reader) +
-                         line("Encore", 100000, -1, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, -1) + line("Middle", 32000, -1) + line("End", 96000, -1) +
+                         line("Encore", 100000, -1));
     // A name several marks carry routes them all, by position.
     r = quillctl({sound_.string(), "--add", "Encore", "1000", "--route", "Encore", "Middle"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("Encore", 1000, 0, reader) + line("Middle", 32000, 2, reader) +
-                         line("End", 96000, -1, reader) + line("Encore", 100000, 1, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, -1) + line("Encore", 1000, 0) + line("Middle", 32000, 2) +
+                         line("End", 96000, -1) + line("Encore", 100000, 1));
     // Names with tabs stay on one line of four columns.
     r = quillctl({sound_.string(), "--remove", "Encore", "--remove", "Middle", "--remove", "End", "--add",
                   "a\tb\nc", "7"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, line("Intro", 0, -1, reader) + line("a b c", 7, -1, reader));
+    EXPECT_EQ(r.out, line("Intro", 0, -1) + line("a b c", 7, -1));
 }
 
 TEST_F(QuillctlMarks, FailuresLeaveTheSideFileAsItWas)
@@ -213,27 +178,4 @@ TEST_F(QuillctlMarks, WrongCommandLinesAreUsageErrors)
     Result help = quillctl({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("--export"), std::string::npos);
-}
-
-TEST_F(QuillctlMarks, ExportWritesALabelTrackInSecondsOrRefusesWithoutAReader)
-{
-    ASSERT_EQ(quillctl({sound_.string(), "--add", "Start", "0", "--add", "Word", "48000"}).status, 0);
-    const std::string before = test::read_file(side_);
-    const fs::path labels = dir_ / "labels.txt";
-    Result r = quillctl({sound_.string(), "--add", "Late", "64000", "--export", labels.string()});
-    if (!has_seconds(quillctl({sound_.string()}).out)) {
-        // Seconds come from the file's reader; without one nothing is done.
-        EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-        EXPECT_NE(r.err.find("reader"), std::string::npos) << r.err;
-        EXPECT_FALSE(fs::exists(labels));
-        EXPECT_EQ(test::read_file(side_), before);
-        return;
-    }
-    ASSERT_EQ(r.status, 0) << r.err;
-    char end[64];
-    std::snprintf(end, sizeof end, "%.6f", duration_);
-    EXPECT_EQ(test::read_file(labels), seconds(0, "%.6f") + "\t" + seconds(48000, "%.6f") + "\tStart\n" +
-                                           seconds(48000, "%.6f") + "\t" + seconds(64000, "%.6f") + "\tWord\n" +
-                                           seconds(64000, "%.6f") + "\t" + end + "\tLate\n");
 }

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 fs::path media(const std::string& name) { return test::media_dir() / name; }
 

@@ -7,20 +7,18 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <sstream>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 // Names of the marks in the list's index order.
 std::vector<std::wstring> names(const RangeMarks& m)
@@ -393,35 +391,6 @@ TEST(RangeMarks, SideFileThatDoesNotParseGivesNoMarksAndALogLine)
 
 namespace {
 
-// What a writer changes: the folder (a file made or renamed into it) and the
-// file itself.
-struct Stamp {
-    timespec folder{}, file{};
-    ino_t inode = 0;
-    off_t size = 0;
-    bool operator==(const Stamp& o) const
-    {
-        return folder.tv_sec == o.folder.tv_sec && folder.tv_nsec == o.folder.tv_nsec &&
-               file.tv_sec == o.file.tv_sec && file.tv_nsec == o.file.tv_nsec && inode == o.inode &&
-               size == o.size;
-    }
-};
-
-Stamp stamp_of(const fs::path& folder, const fs::path& file)
-{
-    Stamp s;
-    struct stat st {};
-    if (::stat(folder.c_str(), &st) == 0)
-        s.folder = st.st_mtim;
-    if (::stat(file.c_str(), &st) == 0) {
-        s.file = st.st_mtim;
-        s.inode = st.st_ino;
-        s.size = st.st_size;
-    }
-    return s;
-}
-
-
 // A folder in memory where there is one: a save makes its file durable, and on
 // a disk that others keep busy each of those waits takes seconds. What a kill
 // leaves behind does not depend on the file system.
@@ -453,26 +422,12 @@ TEST(RangeMarks, KillDuringSaveLeavesALoadableFile)
         b.add_mark_raw(i * 11 + 1, L"b " + std::to_wstring(i), i % 5 == 0);
     }
     ASSERT_TRUE(a.save(wide(side)));
+    std::mt19937 rng(7);
     for (int round = 0; round < 20; ++round) {
-        const Stamp before = stamp_of(dir.path(), side);
-        pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            for (;;) {
-                b.save(wide(side));
-                a.save(wide(side));
-            }
-        }
-        // The child is killed the moment its writing shows on the disk, or a
-        // little after, so the kills land inside the write.
-        for (int spin = 0; spin < 50000000 && stamp_of(dir.path(), side) == before; ++spin) {
-        }
-        if (round % 3)
-            ::usleep(static_cast<useconds_t>(round * 97 % 1000));
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        ASSERT_TRUE(WIFSIGNALED(status));
+        test::kill_writers_midway(1, 1000, 30000, rng, [&](int) {
+            b.save(wide(side));
+            a.save(wide(side));
+        });
         RangeMarks back;
         ASSERT_TRUE(back.load(wide(side))) << "round " << round;
         EXPECT_TRUE(back == a || back == b) << "round " << round;

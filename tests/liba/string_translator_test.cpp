@@ -15,7 +15,7 @@ namespace {
 
 using Entries = liba::StringTranslator::Entries;
 
-std::wstring W(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 // Writes UTF-8 `text` to `name` in `dir` as it stands.
 fs::path write_utf8(const test::TempDir& dir, const std::string& name, const std::string& text)
@@ -65,7 +65,7 @@ TEST(StringTranslator, ParsesEveryQuirkOfTheGrammar)
 {
     test::TempDir dir;
     liba::StringTranslator tr;
-    ASSERT_TRUE(tr.load(W(write_utf8(dir, "Grammar.lng", kGrammar))));
+    ASSERT_TRUE(tr.load(wide(write_utf8(dir, "Grammar.lng", kGrammar))));
     const Entries expected = {
         {L"spaced", L"= text"},               // "key = text" keeps "= text"
         {L"tight=text", L"taken as value"},   // "=" inside a token is part of the key
@@ -115,30 +115,30 @@ TEST(StringTranslator, ReadsUtf16WithMarkAndNarrowFilesAlike)
         {L"last", L""},
     };
     fs::path narrow = write_utf8(dir, "Narrow.lng", text);
-    fs::path wide = make_utf16_with_mark(narrow, dir / "Wide.lng");
-    ASSERT_EQ(test::read_file(wide).substr(0, 2), "\xFF\xFE");
+    fs::path utf16 = make_utf16_with_mark(narrow, dir / "Wide.lng");
+    ASSERT_EQ(test::read_file(utf16).substr(0, 2), "\xFF\xFE");
 
     liba::StringTranslator from_narrow, from_wide;
-    ASSERT_TRUE(from_narrow.load(W(narrow)));
-    ASSERT_TRUE(from_wide.load(W(wide)));
+    ASSERT_TRUE(from_narrow.load(wide(narrow)));
+    ASSERT_TRUE(from_wide.load(wide(utf16)));
     EXPECT_EQ(from_narrow.entries(), expected);
     EXPECT_EQ(from_wide.entries(), expected);
-    EXPECT_EQ(from_wide.path(), W(wide));
+    EXPECT_EQ(from_wide.path(), wide(utf16));
 
     // Narrow text that is no UTF-8 (Latin-1 from another system) reads as
     // Windows-1252.
     liba::StringTranslator latin;
-    ASSERT_TRUE(latin.load(W(write_utf8(dir, "Latin.lng", "caf\xE9 caf\xE9 \x80 5\n"))));
+    ASSERT_TRUE(latin.load(wide(write_utf8(dir, "Latin.lng", "caf\xE9 caf\xE9 \x80 5\n"))));
     EXPECT_EQ(latin.translate(L"caf\u00E9"), L"caf\u00E9 \u20AC 5");
 
     // A UTF-8 signature does not become part of the first key.
     liba::StringTranslator signed_utf8;
-    ASSERT_TRUE(signed_utf8.load(W(write_utf8(dir, "Signed.lng", "\xEF\xBB\xBF" + text))));
+    ASSERT_TRUE(signed_utf8.load(wide(write_utf8(dir, "Signed.lng", "\xEF\xBB\xBF" + text))));
     EXPECT_EQ(signed_utf8.entries(), expected);
 
     // The mark alone is a file with content and no keys.
     liba::StringTranslator mark_only;
-    EXPECT_TRUE(mark_only.load(W(write_utf8(dir, "Mark.lng", "\xFF\xFE"))));
+    EXPECT_TRUE(mark_only.load(wide(write_utf8(dir, "Mark.lng", "\xFF\xFE"))));
     EXPECT_TRUE(mark_only.entries().empty());
 }
 
@@ -146,12 +146,12 @@ TEST(StringTranslator, Utf16FileOfOddSizeReadsAsNarrowText)
 {
     test::TempDir dir;
     fs::path narrow = write_utf8(dir, "Narrow.lng", "key value\n");
-    fs::path wide = make_utf16_with_mark(narrow, dir / "Wide.lng");
-    std::string bytes = test::read_file(wide);
-    test::write_file(wide, bytes + "x");
+    fs::path utf16 = make_utf16_with_mark(narrow, dir / "Wide.lng");
+    std::string bytes = test::read_file(utf16);
+    test::write_file(utf16, bytes + "x");
 
     liba::StringTranslator tr;
-    ASSERT_TRUE(tr.load(W(wide)));
+    ASSERT_TRUE(tr.load(wide(utf16)));
     EXPECT_EQ(tr.entries().count(L"key"), 0u);
     // Read byte by byte: FF FE are "ÿþ" in Windows-1252, the zero
     // bytes of the UTF-16 units stay inside tokens and values, the blank and
@@ -161,8 +161,8 @@ TEST(StringTranslator, Utf16FileOfOddSizeReadsAsNarrowText)
                                      {L"\0x"s, L""}}));
 
     // The same bytes cut to an even size are UTF-16 again.
-    test::write_file(wide, bytes);
-    ASSERT_TRUE(tr.load(W(wide)));
+    test::write_file(utf16, bytes);
+    ASSERT_TRUE(tr.load(wide(utf16)));
     EXPECT_EQ(tr.entries(), (Entries{{L"key", L"value"}}));
 }
 
@@ -193,44 +193,44 @@ TEST(StringTranslator, FallsBackToDefaultsAndKeepsOldTextsOnFailedLoads)
 
     // An empty file has nothing to read: refused, no keys.
     fs::path empty = write_utf8(dir, "Empty.lng", "");
-    EXPECT_FALSE(none.load(W(empty)));
+    EXPECT_FALSE(none.load(wide(empty)));
     EXPECT_TRUE(none.entries().empty());
     EXPECT_TRUE(none.path().empty());
     EXPECT_EQ(none.translate(key, fallback), fallback);
 
     // The constructor remembers the path even when the load fails.
-    liba::StringTranslator missing(W(dir / "Missing.lng"));
-    EXPECT_EQ(missing.path(), W(dir / "Missing.lng"));
+    liba::StringTranslator missing(wide(dir / "Missing.lng"));
+    EXPECT_EQ(missing.path(), wide(dir / "Missing.lng"));
     EXPECT_TRUE(missing.entries().empty());
     EXPECT_EQ(missing.translate(L"x"), L"x");
 
     fs::path first = write_utf8(dir, "First.lng", "on_overwrite Replace %dst%?\nonly_first 1\n");
-    liba::StringTranslator tr(W(first));
-    EXPECT_EQ(tr.path(), W(first));
+    liba::StringTranslator tr(wide(first));
+    EXPECT_EQ(tr.path(), wide(first));
     EXPECT_EQ(tr.translate(key, fallback), L"Replace %dst%?");
     EXPECT_EQ(&tr.translate(key), &tr.translate(key, fallback));
     EXPECT_EQ(tr.translate(L"unknown_key"), L"unknown_key");
 
     // Missing files, folders and empty files leave the loaded texts in force.
-    EXPECT_FALSE(tr.load(W(dir / "Missing.lng")));
-    EXPECT_FALSE(tr.load(W(dir.path())));
-    EXPECT_FALSE(tr.load(W(empty)));
+    EXPECT_FALSE(tr.load(wide(dir / "Missing.lng")));
+    EXPECT_FALSE(tr.load(wide(dir.path())));
+    EXPECT_FALSE(tr.load(wide(empty)));
     EXPECT_FALSE(tr.load(L""));
-    EXPECT_EQ(tr.path(), W(first));
+    EXPECT_EQ(tr.path(), wide(first));
     EXPECT_EQ(tr.translate(key), L"Replace %dst%?");
 
     // A file that can't be opened for reading.
     fs::path locked = write_utf8(dir, "Locked.lng", "on_overwrite locked\n");
     fs::permissions(locked, fs::perms::none);
     if (::geteuid() != 0) {
-        EXPECT_FALSE(tr.load(W(locked)));
+        EXPECT_FALSE(tr.load(wide(locked)));
         EXPECT_EQ(tr.translate(key), L"Replace %dst%?");
     }
 
     // A good load replaces the texts as a whole.
     fs::path second = write_utf8(dir, "Second.lng", "on_overwrite text\n");
-    ASSERT_TRUE(tr.load(W(second)));
-    EXPECT_EQ(tr.path(), W(second));
+    ASSERT_TRUE(tr.load(wide(second)));
+    EXPECT_EQ(tr.path(), wide(second));
     EXPECT_EQ(tr.translate(key), L"text");
     EXPECT_EQ(tr.translate(L"only_first", L"gone"), L"gone");
 }
@@ -241,7 +241,7 @@ TEST(StringTranslator, LastOfRepeatedKeysWins)
     fs::path p = write_utf8(dir, "Repeats.lng",
                             "k first\nother x\nk= second\n// k commented out\nk\n\nthird\n");
     liba::StringTranslator tr;
-    ASSERT_TRUE(tr.load(W(p)));
+    ASSERT_TRUE(tr.load(wide(p)));
     EXPECT_EQ(tr.translate(L"k"), L"third");
     EXPECT_EQ(tr.entries().size(), 2u);
     auto statements = liba::parse_language_text(liba::from_utf8(test::read_file(p)));
@@ -271,7 +271,7 @@ TEST(StringTranslator, ShippedEnglishDefinesTheProgramsKeysOnce)
 {
     const fs::path english = shipped_english();
     liba::StringTranslator tr;
-    ASSERT_TRUE(tr.load(W(english)));
+    ASSERT_TRUE(tr.load(wide(english)));
 
     // Keys the program looks up, with the placeholders each message needs.
     const std::vector<std::pair<std::wstring, std::vector<std::wstring>>> keys = {
@@ -332,7 +332,7 @@ TEST(StringTranslator, ShippedEnglishDefinesTheProgramsKeysOnce)
 
     // Converted to UTF-16 by a translator's editor, it reads the same.
     test::TempDir dir;
-    liba::StringTranslator wide;
-    ASSERT_TRUE(wide.load(W(make_utf16_with_mark(english, dir / "English.lng"))));
-    EXPECT_EQ(wide.entries(), tr.entries());
+    liba::StringTranslator from_utf16;
+    ASSERT_TRUE(from_utf16.load(wide(make_utf16_with_mark(english, dir / "English.lng"))));
+    EXPECT_EQ(from_utf16.entries(), tr.entries());
 }

@@ -11,7 +11,7 @@
 // so the tests write small, realistic list files into a TempDir.
 namespace test_playlist {
 
-inline std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 // Writes `bytes` to `name` in `dir` and returns its path as wide text.
 inline std::wstring write_list(const test::TempDir& dir, const std::string& name, const std::string& bytes)

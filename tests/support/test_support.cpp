@@ -1,11 +1,17 @@
 #include "tests/support/test_support.h"
 
+#include "liba/text.h"
+
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fnmatch.h>
 #include <fstream>
+#include <grp.h>
+#include <signal.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -17,6 +23,7 @@ namespace test {
 
 fs::path media_dir() { return QUILL_TEST_MEDIA_DIR; }
 fs::path program_dir() { return QUILL_PROGRAM_DIR; }
+std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
 
 std::vector<fs::path> media(const std::string& pattern)
 {
@@ -85,6 +92,99 @@ int run(const std::string& command, std::string* out)
     if (out)
         *out = text;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int exit_code_of(pid_t child)
+{
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int run_in_child(const std::function<int()>& body)
+{
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        ::_exit(body());
+    return pid < 0 ? -1 : exit_code_of(pid);
+}
+
+int run_unprivileged(const fs::path& tree, const std::function<int()>& body)
+{
+    return run_in_child([&] {
+        if (::geteuid() == 0) {
+            ::lchown(tree.c_str(), 65534, 65534);
+            for (const auto& e : fs::recursive_directory_iterator(tree))
+                ::lchown(e.path().c_str(), 65534, 65534);
+            if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
+                return 90;
+        }
+        return body();
+    });
+}
+
+void kill_writers_midway(int writers, int min_us, int max_us, std::mt19937& rng,
+                         const std::function<void(int child)>& write)
+{
+    std::vector<pid_t> children;
+    for (int c = 0; c < writers; ++c) {
+        const pid_t pid = ::fork();
+        if (pid < 0) {
+            ADD_FAILURE() << "no process for writer " << c;
+            break;
+        }
+        if (pid == 0)
+            for (;;)
+                write(c);
+        children.push_back(pid);
+    }
+    ::usleep(static_cast<useconds_t>(std::uniform_int_distribution<int>(min_us, max_us)(rng)));
+    for (pid_t pid : children)
+        ::kill(pid, SIGKILL);
+    for (pid_t pid : children)
+        exit_code_of(pid);
+}
+
+std::string quote(const std::string& s)
+{
+    std::string out = "'";
+    for (char c : s)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+std::string run_out(const std::string& command)
+{
+    std::string out;
+    EXPECT_EQ(run(command, &out), 0) << command;
+    return out;
+}
+
+fs::path one_media(const std::string& name)
+{
+    auto found = media(name);
+    EXPECT_EQ(found.size(), 1u) << name;
+    return found.size() == 1 ? found[0] : fs::path();
+}
+
+QuillctlRun run_quillctl(const std::vector<std::string>& args, const fs::path& scratch)
+{
+    // The leak checker's list of suppressions is no line of quillctl's.
+    std::string line = "LSAN_OPTIONS=print_suppressions=0 " + quote((program_dir() / "quillctl").string());
+    for (const std::string& a : args)
+        line += " " + quote(a);
+    const fs::path err = scratch / "quillctl.stderr";
+    QuillctlRun r;
+    r.status = run(line + " 2>" + quote(err.string()), &r.out);
+    r.err = read_file(err);
+    return r;
+}
+
+void expect_one_line_naming(const QuillctlRun& r, const std::string& what)
+{
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_NE(r.err.find(what), std::string::npos) << r.err;
 }
 
 std::string read_file(const fs::path& p)

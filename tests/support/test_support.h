@@ -1,7 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <random>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 // Shared helpers of the test programs. Threads: the test's main thread.
@@ -13,6 +16,9 @@ std::filesystem::path media_dir();
 std::vector<std::filesystem::path> media(const std::string& pattern);
 // The program folder of this build tree (quillaphonics, quillctl, skins/…).
 std::filesystem::path program_dir();
+
+// A path as the program's wide text.
+std::wstring wide(const std::filesystem::path& p);
 
 // A fresh folder under the system's temporary folder, removed with the object.
 class TempDir {
@@ -48,6 +54,39 @@ private:
 
 // Runs a shell command; returns its exit status, its standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
+// `s` in single quotes for the shell.
+std::string quote(const std::string& s);
+// The standard output of a command that must succeed (else the test fails).
+std::string run_out(const std::string& command);
+// The one media file of that name (else the test fails and the path is empty).
+std::filesystem::path one_media(const std::string& name);
+
+// A run of quillctl: its exit status and what it wrote.
+struct QuillctlRun {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+// Runs quillctl with `args`, each quoted, in the current folder; standard
+// error goes through a file in `scratch`.
+QuillctlRun run_quillctl(const std::vector<std::string>& args, const std::filesystem::path& scratch);
+// Expects one line on standard error, naming `what`.
+void expect_one_line_naming(const QuillctlRun& r, const std::string& what);
+
+// Waits for a forked child; its exit code, 128 + the signal that ended it,
+// or -1.
+int exit_code_of(pid_t child);
+// Runs `body` in a forked child; returns its exit code (128 + the signal
+// when a signal ended it).
+int run_in_child(const std::function<int()>& body);
+// The same in a child that file permissions apply to: as root the child
+// first hands `tree` to user nobody and becomes nobody.
+int run_unprivileged(const std::filesystem::path& tree, const std::function<int()>& body);
+// Forks `writers` children that each call write(child) over and over, kills
+// them after a pause of `min_us` to `max_us` microseconds drawn from `rng`,
+// and waits for them: what they leave is what a crash mid-write leaves.
+void kill_writers_midway(int writers, int min_us, int max_us, std::mt19937& rng,
+                         const std::function<void(int child)>& write);
 
 std::string read_file(const std::filesystem::path& p);
 void write_file(const std::filesystem::path& p, const std::string& bytes);

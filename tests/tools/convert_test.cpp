@@ -22,25 +22,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string quote(const std::string& s)
-{
-    std::string out = "'";
-    for (char c : s)
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
+using Result = test::QuillctlRun;
+using test::quote;
+using test::run_out;
 
-std::wstring wide(const fs::path& p)
-{
-    return liba::from_utf8(p.string());
-}
-
-std::string run_out(const std::string& command)
-{
-    std::string out;
-    EXPECT_EQ(test::run(command, &out), 0) << command;
-    return out;
-}
+using test::wide;
 
 double ffprobe_number(const fs::path& f, const std::string& entry)
 {
@@ -48,11 +34,6 @@ double ffprobe_number(const fs::path& f, const std::string& entry)
                                     " -of default=nw=1:nk=1 " + quote(f.string()));
     return out.empty() ? -1 : std::stod(out);
 }
-
-struct Result {
-    int status = -1;
-    std::string err;
-};
 
 // Names of the files in `dir`, sorted.
 std::vector<std::string> listing(const fs::path& dir)
@@ -68,14 +49,7 @@ class Convert : public testing::Test {
 protected:
     Result convert(const fs::path& in, const fs::path& out)
     {
-        // The leak checker's list of suppressions is no line of quillctl's.
-        const std::string line = "LSAN_OPTIONS=print_suppressions=0 " +
-                                 quote((test::program_dir() / "quillctl").string()) + " convert " +
-                                 quote(in.string()) + " " + quote(out.string());
-        Result r;
-        r.status = test::run(line + " 2>" + quote((err_dir_ / "stderr").string()));
-        r.err = test::read_file(err_dir_ / "stderr");
-        return r;
+        return test::run_quillctl({"convert", in.string(), out.string()}, err_dir_.path());
     }
 
     fs::path media(const std::string& name)
@@ -111,8 +85,7 @@ protected:
     static void expect_one_line_naming(const Result& r, const std::string& what)
     {
         EXPECT_EQ(r.status, 1) << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-        EXPECT_NE(r.err.find(what), std::string::npos) << r.err;
+        test::expect_one_line_naming(r, what);
     }
 
     test::TempDir dir_;
