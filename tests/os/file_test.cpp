@@ -12,14 +12,13 @@
 #include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 std::string read_all(os::File& f)
 {
@@ -258,18 +257,13 @@ TEST(WholeFiles, WriteAtomicallyReplacesOrLeavesTheOldFile)
 
     // A write that fails halfway (the file size limit, in a child that may
     // lower its own) leaves the old content and no temporary file.
-    pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        rlimit lim{4096, 4096};
-        ::setrlimit(RLIMIT_FSIZE, &lim);
-        bool ok = os::write_file_atomically(wide(target), std::string(100000, 'n'));
-        ::_exit(ok ? 1 : 0);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(test::run_in_child([&] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  rlimit lim{4096, 4096};
+                  ::setrlimit(RLIMIT_FSIZE, &lim);
+                  return os::write_file_atomically(wide(target), std::string(100000, 'n')) ? 1 : 0;
+              }),
+              0);
     EXPECT_EQ(test::read_file(target), "via link");
     EXPECT_EQ(count_entries(dir.path()), 2);
 }
@@ -283,15 +277,10 @@ TEST(WholeFiles, KillDuringWriteLeavesOldOrNewNeverHalf)
     ASSERT_TRUE(os::write_file_atomically(wide(target), std::string(kSize, 'a')));
     std::mt19937 rng(12345);
     for (int round = 0; round < 12; ++round) {
-        pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            for (int i = 0;; ++i)
-                os::write_file_atomically(wide(target), std::string(kSize, static_cast<char>('b' + i % 20)));
-        }
-        ::usleep(std::uniform_int_distribution<int>(1000, 60000)(rng));
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
+        int i = 0;
+        test::kill_writers_midway(1, 1000, 60000, rng, [&](int) {
+            os::write_file_atomically(wide(target), std::string(kSize, static_cast<char>('b' + i++ % 20)));
+        });
         std::string content = test::read_file(target);
         ASSERT_EQ(content.size(), kSize) << "round " << round;
         ASSERT_EQ(content.find_first_not_of(content[0]), std::string::npos) << "round " << round;

@@ -11,10 +11,8 @@
 #include <atomic>
 #include <fcntl.h>
 #include <filesystem>
-#include <grp.h>
 #include <thread>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -124,13 +122,7 @@ TEST_F(LogTest, NoticesEveryFlipAtOnce)
 
     // Another process (quillctl) flips it.
     for (bool on : {true, false, true}) {
-        pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0)
-            ::_exit(os::set_log_switch(on) ? 0 : 1);
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        ASSERT_EQ(test::run_in_child([on] { return os::set_log_switch(on) ? 0 : 1; }), 0);
         EXPECT_EQ(os::log().is_on(), on);
     }
 }
@@ -152,28 +144,16 @@ TEST_F(LogTest, UnreadableStoreMeansOff)
     // A folder we may not enter, as a user the permissions apply to.
     ASSERT_TRUE(os::set_log_switch(true));
     ASSERT_TRUE(os::log().is_on());
-    fs::path tree = home_.root();
-    fs::path app_data = home_.app_data();
-    pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (::geteuid() == 0) {
-            ::lchown(tree.c_str(), 65534, 65534);
-            for (const auto& e : fs::recursive_directory_iterator(tree))
-                ::lchown(e.path().c_str(), 65534, 65534);
-            if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-                ::_exit(90);
-        }
-        int null_fd = ::open("/dev/null", O_WRONLY);
-        ::dup2(null_fd, 2);
-        ::chmod(app_data.c_str(), 0);
-        bool on = os::log().is_on();
-        ::chmod(app_data.c_str(), 0700);
-        ::_exit(on ? 1 : 0);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    const fs::path app_data = home_.app_data();
+    EXPECT_EQ(test::run_unprivileged(home_.root(),
+                                     [&] {
+                                         ::dup2(::open("/dev/null", O_WRONLY), 2);
+                                         ::chmod(app_data.c_str(), 0);
+                                         const bool on = os::log().is_on();
+                                         ::chmod(app_data.c_str(), 0700);
+                                         return on ? 1 : 0;
+                                     }),
+              0);
 }
 
 TEST_F(LogTest, ThreadsWriteWholeLinesWhileTheSwitchFlips)

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 // Sets one environment variable for the length of a scope.
 class ScopedEnv {

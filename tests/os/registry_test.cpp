@@ -10,10 +10,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <grp.h>
 #include <random>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -22,7 +20,7 @@ namespace {
 
 const std::wstring kKelb = L"HKEY_CURRENT_USER\\Software\\Kelb";
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 int count_lines_with(const std::string& text, const std::string& needle)
 {
@@ -41,31 +39,7 @@ int count_lines_with(const std::string& text, const std::string& needle)
 
 int count_lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
 
-int wait_exit_code(pid_t pid)
-{
-    int status = 0;
-    if (::waitpid(pid, &status, 0) != pid)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// Runs `body` in a child process that file permissions apply to: as root the
-// child takes over `tree` as user nobody first. Returns the child's exit code.
-template <typename Body>
-int run_unprivileged(const fs::path& tree, Body body)
-{
-    pid_t pid = ::fork();
-    if (pid != 0)
-        return wait_exit_code(pid);
-    if (::geteuid() == 0) {
-        ::lchown(tree.c_str(), 65534, 65534);
-        for (const auto& e : fs::recursive_directory_iterator(tree))
-            ::lchown(e.path().c_str(), 65534, 65534);
-        if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-            ::_exit(90);
-    }
-    ::_exit(body());
-}
+using test::run_unprivileged;
 
 // The store as another reader finds it on disk.
 bool load_disk_store(const fs::path& app_data, os::RegistryStore& store)
@@ -323,7 +297,7 @@ TEST(Registry, ConcurrentWritersLoseNothing)
         children.push_back(pid);
     }
     for (pid_t pid : children)
-        EXPECT_EQ(wait_exit_code(pid), 0);
+        EXPECT_EQ(test::exit_code_of(pid), 0);
 
     for (wchar_t who : {L'a', L'b', L'c'}) {
         for (int i = 0; i < kValues; ++i) {
@@ -347,22 +321,10 @@ TEST(Registry, KilledWriterLeavesOldOrNewStore)
     ASSERT_TRUE(os::Registry::write_dword(kKelb, L"Keep", 42));
     std::mt19937 rng(2024);
     for (int round = 0; round < 12; ++round) {
-        std::vector<pid_t> children;
-        for (int c = 0; c < 2; ++c) {
-            pid_t pid = ::fork();
-            ASSERT_GE(pid, 0);
-            if (pid == 0) {
-                for (int i = 0;; ++i)
-                    os::Registry::write_string(kKelb, L"Big",
-                                               std::wstring(kSize, static_cast<wchar_t>(L'b' + (i + c) % 20)));
-            }
-            children.push_back(pid);
-        }
-        ::usleep(std::uniform_int_distribution<int>(2000, 80000)(rng));
-        for (pid_t pid : children)
-            ::kill(pid, SIGKILL);
-        for (pid_t pid : children)
-            ::waitpid(pid, nullptr, 0);
+        int i = 0;
+        test::kill_writers_midway(2, 2000, 80000, rng, [&](int c) {
+            os::Registry::write_string(kKelb, L"Big", std::wstring(kSize, static_cast<wchar_t>(L'b' + (i++ + c) % 20)));
+        });
 
         os::RegistryStore store;
         ASSERT_TRUE(load_disk_store(home.app_data(), store)) << "round " << round;

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
+using test::wide;
 
 // Waits up to five seconds for a file that another process writes.
 std::string wait_for_file(const fs::path& p)
