@@ -45,7 +45,25 @@ int seek_callback(void* source, ogg_int64_t offset, int whence)
 
 long tell_callback(void* source) { return static_cast<long>(static_cast<os::File*>(source)->tell()); }
 
+// Vorbis allows up to 255 channels.
+constexpr int kMaxChannels = 255;
+
 std::int32_t clamp32(ogg_int64_t v) { return static_cast<std::int32_t>(std::clamp<ogg_int64_t>(v, INT32_MIN, INT32_MAX)); }
+
+// Bits per second over the whole stream. Tremor divides by the stream's
+// duration, and each link's length by its rate, unchecked: a damaged stream
+// with a link of no rate or no length has no bit rate.
+std::int32_t stream_bitrate(OggVorbis_File* vf)
+{
+    for (long i = 0; i < ov_streams(vf); ++i) {
+        const vorbis_info* link = ov_info(vf, static_cast<int>(i));
+        if (link == nullptr || link->rate <= 0)
+            return 0;
+    }
+    if (ov_time_total(vf, -1) <= 0)
+        return 0;
+    return clamp32(ov_bitrate(vf, -1));
+}
 
 } // namespace
 
@@ -64,7 +82,7 @@ DecoderVorbis::DecoderVorbis(const std::wstring& path) : file(path, os::File::kR
         ov_clear(&stream->vf);
         return;
     }
-    bitrate = clamp32(ov_bitrate(&stream->vf, -1));
+    bitrate = stream_bitrate(&stream->vf);
     fewest_channels = info->channels;
     for (long i = 0; i < ov_streams(&stream->vf); ++i)
         if (const vorbis_info* link = ov_info(&stream->vf, static_cast<int>(i)); link != nullptr && link->channels > 0)
@@ -86,11 +104,15 @@ void DecoderVorbis::get_data(PCMData& out, int n)
     const int frames = std::min(n, kMaxFrames);
     // Sized for the link with the fewest channels: a read that crosses into
     // such a link still gives no more than `frames`.
-    const int frame_bytes = fewest_channels * 2;
-    liba::ByteBlock block(static_cast<std::size_t>(frames) * static_cast<std::size_t>(frame_bytes));
+    const int bytes = frames * fewest_channels * 2;
+    liba::ByteBlock block(static_cast<std::size_t>(std::max(bytes, kMaxChannels * 2)));
     int bitstream = 0;
-    const long got = ov_read(&stream->vf, reinterpret_cast<char*>(block.writable()),
-                             frames * frame_bytes, &bitstream);
+    long got = ov_read(&stream->vf, reinterpret_cast<char*>(block.writable()), bytes, &bitstream);
+    // Too small for one frame of a wider link, the read gives nothing and
+    // leaves the samples there: then one frame of that link.
+    const vorbis_info* current = ov_info(&stream->vf, -1);
+    if (got == 0 && current != nullptr && current->channels * 2 > bytes && current->channels <= kMaxChannels)
+        got = ov_read(&stream->vf, reinterpret_cast<char*>(block.writable()), current->channels * 2, &bitstream);
     if (got <= 0) {
         // A hole ends the stream as far as the stages can tell.
         if (got < 0)

@@ -124,6 +124,20 @@ TEST(DecoderVorbis, AChainedStreamGivesEachLinkInItsOwnFormat)
     EXPECT_LE(max_difference(samples_of(mono), first), kTolerance);
     EXPECT_LE(max_difference(samples_of(stereo), second), kTolerance);
     EXPECT_TRUE(d.is_eof());
+
+    // Requests of one frame go on across the change, a frame at a time.
+    const auto boundary = std::int32_t(first.size());
+    d.set_position(boundary - 5);
+    std::string across;
+    for (int i = 0; i < 10; ++i) {
+        PCMData r;
+        d.get_data(r, 1);
+        ASSERT_EQ(r.sample_count(), 1u) << i;
+        EXPECT_EQ(r.channels, i < 5 ? 1 : 2) << i;
+        across += bytes_of(r.bytes);
+    }
+    EXPECT_LE(max_difference(samples_of(across.substr(0, 10)), first, first.size() - 5), kTolerance);
+    EXPECT_LE(max_difference(samples_of(across.substr(10)), second), kTolerance);
 }
 
 TEST(DecoderVorbis, SeeksTransfersAndTestsTheEndByEquality)
