@@ -86,13 +86,6 @@ RangeMarks sample_marks()
 
 } // namespace
 
-TEST(RangeMarks, SideFileIsTheWholeNameWithBmAppended)
-{
-    EXPECT_EQ(side_file_of(L"rec.wav"), L"rec.wav.bm");
-    EXPECT_EQ(side_file_of(L"/a.b/c"), L"/a.b/c.bm");
-    EXPECT_EQ(side_file_of(L"%my_documents%/x.mp3"), L"%my_documents%/x.mp3.bm");
-}
-
 TEST(RangeMarks, RoundTripsThroughTheSideFileWithRouteFirstInTheFile)
 {
     test::TempDir dir;
@@ -105,6 +98,7 @@ TEST(RangeMarks, RoundTripsThroughTheSideFileWithRouteFirstInTheFile)
     EXPECT_EQ(route_names(m),
               (std::vector<std::wstring>{L"Chorus <&\"'>", L"Verse \u00e9t\u00e9 \U0001F3B5", L"Tab\there"}));
 
+    // The side file is the sound's whole name with ".bm" behind it.
     ASSERT_TRUE(m.save(side_file_of(wide(sound))));
     ASSERT_TRUE(fs::exists(side));
     // The file order, read by another XML reader: the route in route order,

