@@ -371,6 +371,14 @@ TEST_F(ScreenAtStart, ShowsMainAsTheRenderToolDrawsItAndCtrlPlusOrMinusZoomsOneS
     press(SDLK_KP_MINUS, KMOD_LCTRL);
     press(SDLK_MINUS, KMOD_NONE);
     expect_main_at(3);
+    // Uncovered, the window is painted whole again.
+    SDL_FillRect(shell->screen().surface(), nullptr, 0);
+    SDL_Event exposed{};
+    exposed.type = SDL_WINDOWEVENT;
+    exposed.window.event = SDL_WINDOWEVENT_EXPOSED;
+    SDL_PushEvent(&exposed);
+    settle();
+    expect_main_at(3);
 
     // Closing the window ends the loop: the program goes on to its end.
     SDL_Event quit{};
