@@ -3,7 +3,9 @@
 #include "audio/file_writer.h"
 #include "audio/pipeline.h"
 #include "audio/records.h"
+#include "audio/recording_guard.h"
 #include "os/file.h"
+#include "os/recording_journal.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +15,9 @@
 // 120,000 bytes because a flash card writes slowly in small pieces. The file
 // is made (or emptied) at once; an appended file simply grows at its end, so
 // a tag at the old end stays in the middle. No header needs patching, so a
-// crash costs at most what is in the cache.
+// crash costs at most what is in the cache. A writer given the recordings
+// journal writes a recording: its file is listed there while it is written,
+// and the cache goes to the file and is made durable at least once a second.
 // Threads: frames arrive on the writer's thread (or the main thread during a
 // merge or conversion); is_good and get_position are polled on the main
 // thread; all of it under the stage lock. Owned by the record chain;
@@ -25,7 +29,7 @@ public:
     // Bytes gathered before they go to the card.
     static constexpr std::int32_t kCacheSize = 120000;
 
-    FileWriterMP3(const std::wstring& path, bool append);
+    FileWriterMP3(const std::wstring& path, bool append, const os::RecordingJournal* journal = nullptr);
     ~FileWriterMP3() override;
 
     // Takes `frame_size` bytes of the record. A frame larger than the cache
@@ -38,6 +42,10 @@ public:
     std::int32_t get_position() override;
 
 private:
+    // Writes what is cached; false when not all of it went out.
+    bool write_cache();
+
+    std::unique_ptr<RecordingGuard> guard; // null unless a recording's
     os::File file;
     bool good = true;
     std::int32_t position = 0;

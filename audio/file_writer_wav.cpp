@@ -2,6 +2,8 @@
 
 #include "audio/adpcm_codec.h"
 #include "audio/gsm_codec.h"
+#include "audio/wav_repair.h"
+#include "liba/little_endian.h"
 
 #include <cstring>
 #include <type_traits>
@@ -10,9 +12,6 @@
 namespace audio {
 
 namespace {
-
-// Open for reading and writing, creating the file if it is missing.
-constexpr int kReadWriteMode = 3;
 
 constexpr std::uint32_t kPCMFmtSize = 16;
 constexpr std::uint32_t kADPCMFmtSize = 50;
@@ -29,20 +28,6 @@ constexpr std::uint32_t kGSMBytesPerSecond = 1625;
 constexpr std::size_t kRiffSizeAt = 4;
 constexpr std::size_t kChunkHeader = 8;
 
-void put_u32(std::string& bytes, std::size_t at, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes[at + static_cast<std::size_t>(i)] = static_cast<char>((v >> (8 * i)) & 0xff);
-}
-
-std::uint32_t get_u32(const std::string& bytes, std::size_t at)
-{
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i)
-        v = v << 8 | static_cast<std::uint8_t>(bytes[at + static_cast<std::size_t>(i)]);
-    return v;
-}
-
 // Sample frames in an ADPCM block, as the header counts them; 0 for a
 // format that can't hold one.
 std::int32_t adpcm_block_samples(std::int32_t block_size, std::int32_t channels, std::int32_t bits)
@@ -57,32 +42,44 @@ std::int32_t adpcm_block_samples(std::int32_t block_size, std::int32_t channels,
 // --- FileWriterWAV ---
 
 template <class Info, class Data>
-FileWriterWAV<Info, Data>::FileWriterWAV(const std::wstring& p, bool append) : path(p)
+FileWriterWAV<Info, Data>::FileWriterWAV(const std::wstring& p, bool append, const os::RecordingJournal* journal)
+    : path(p)
 {
+    if (journal)
+        guard = std::make_unique<RecordingGuard>(*journal);
     if (!append) {
         good = true;
         return;
     }
-    continued = true;
-    file = std::make_unique<os::File>(path, kReadWriteMode);
-    if (!info.read(*file) || !keep_appended_header())
+    if (guard)
+        guard->list(path);
+    // A recording cut off by a crash is whole again before it goes on.
+    check_and_repair_wav(path);
+    file = std::make_unique<os::File>(path, os::File::kReadWrite);
+    if (!info.read(*file) || !read_header())
         return;
     // Anything behind the data chunk goes, a half block left by a crash
     // included; a header that claims more than the file holds makes it
     // longer.
     if (!cut_at_data_end())
-        appended_header.clear();
+        header.clear();
     else
         good = true;
 }
 
 template <class Info, class Data>
-bool FileWriterWAV<Info, Data>::keep_appended_header()
+bool FileWriterWAV<Info, Data>::read_header()
 {
     std::string bytes(info.data_offset, '\0');
     if (info.data_offset < kChunkHeader + kRiffSizeAt || !file->seek(0) ||
         file->read(bytes.data(), bytes.size()) != bytes.size())
         return false;
+    return keep_header(std::move(bytes));
+}
+
+template <class Info, class Data>
+bool FileWriterWAV<Info, Data>::keep_header(std::string bytes)
+{
     // The "fact" chunk is searched for behind the format tail, chunk by
     // chunk, the way the reader found it.
     std::size_t at = 0;
@@ -92,13 +89,38 @@ bool FileWriterWAV<Info, Data>::keep_appended_header()
         at = 40;
     if (at != 0) {
         while (at + kChunkHeader + 4 <= bytes.size() && std::memcmp(bytes.data() + at, "fact", 4) != 0)
-            at += kChunkHeader + get_u32(bytes, at + 4);
+            at += kChunkHeader + liba::get_le32(bytes.data() + at + 4);
         if (at + kChunkHeader + 4 > bytes.size())
             return false;
-        appended_fact_at = at + kChunkHeader;
+        fact_at = at + kChunkHeader;
     }
-    appended_header = std::move(bytes);
+    header = std::move(bytes);
     return true;
+}
+
+template <class Info, class Data>
+void FileWriterWAV<Info, Data>::patch_header()
+{
+    if (header.empty())
+        return;
+    liba::put_le32(header.data() + kRiffSizeAt, info.data_offset + info.data_size - 8);
+    liba::put_le32(header.data() + header.size() - 4, info.data_size);
+    if constexpr (!std::is_same_v<Info, WAVInfoPCM>) {
+        if (fact_at != 0)
+            liba::put_le32(header.data() + fact_at, info.fact_samples);
+    }
+    // Failures are not looked at: the data stays where it was written.
+    [[maybe_unused]] ssize_t n = ::pwrite(file->handle(), header.data(), header.size(), 0);
+}
+
+template <class Info, class Data>
+void FileWriterWAV<Info, Data>::sync_if_due()
+{
+    if (!guard || !guard->sync_due())
+        return;
+    patch_header();
+    ::fdatasync(file->handle());
+    guard->synced();
 }
 
 template <class Info, class Data>
@@ -111,20 +133,12 @@ FileWriterWAV<Info, Data>::~FileWriterWAV()
     // written all the same.
     file->clear_errors();
     info.riff_size = info.data_offset + info.data_size - 8;
-    if (!appended_header.empty()) {
-        put_u32(appended_header, kRiffSizeAt, info.riff_size);
-        put_u32(appended_header, appended_header.size() - 4, info.data_size);
-        if constexpr (!std::is_same_v<Info, WAVInfoPCM>) {
-            if (appended_fact_at != 0)
-                put_u32(appended_header, appended_fact_at, info.fact_samples);
-        }
-        if (file->seek(0))
-            file->write(appended_header.data(), appended_header.size());
-    } else if (!continued) {
-        if (file->seek(0))
-            info.write(*file);
-    }
+    patch_header();
+    if (guard)
+        ::fdatasync(file->handle());
     file.reset();
+    // The file is whole: its entry in the journal goes last.
+    guard.reset();
 }
 
 template <class Info, class Data>
@@ -145,12 +159,15 @@ void FileWriterWAV<Info, Data>::process(Data& out, const Data& in)
     if (!file) {
         if (!set_format(in))
             return;
+        if (guard)
+            guard->list(path);
         file = std::make_unique<os::File>(path, os::File::kWrite);
-        good = file->is_open() && info.write(*file);
+        good = file->is_open() && info.write(*file) && keep_header(info.header_bytes());
         if (!good)
             return;
     }
     good = write_data(in);
+    sync_if_due();
 }
 
 template <class Info, class Data>
@@ -182,7 +199,8 @@ template class FileWriterWAV<WAVInfoGSM, GSMData>;
 
 // --- FileWriterWAVPCM ---
 
-FileWriterWAVPCM::FileWriterWAVPCM(const std::wstring& p, bool append) : FileWriterWAV(p, append)
+FileWriterWAVPCM::FileWriterWAVPCM(const std::wstring& p, bool append, const os::RecordingJournal* journal)
+    : FileWriterWAV(p, append, journal)
 {
     if (append) {
         if (info.block_align != 0)
@@ -233,7 +251,8 @@ bool FileWriterWAVPCM::write_data(const PCMData& in)
 
 // --- FileWriterWAVADPCM ---
 
-FileWriterWAVADPCM::FileWriterWAVADPCM(const std::wstring& p, bool append) : FileWriterWAV(p, append)
+FileWriterWAVADPCM::FileWriterWAVADPCM(const std::wstring& p, bool append, const os::RecordingJournal* journal)
+    : FileWriterWAV(p, append, journal)
 {
     if (append) {
         if (info.block_align != 0)
@@ -285,7 +304,8 @@ bool FileWriterWAVADPCM::write_data(const ADPCMData& in)
 
 // --- FileWriterWAVGSM ---
 
-FileWriterWAVGSM::FileWriterWAVGSM(const std::wstring& p, bool append) : FileWriterWAV(p, append)
+FileWriterWAVGSM::FileWriterWAVGSM(const std::wstring& p, bool append, const os::RecordingJournal* journal)
+    : FileWriterWAV(p, append, journal)
 {
     if (append) {
         if (info.block_align != 0)

@@ -4,8 +4,10 @@
 #include "audio/file_writer.h"
 #include "audio/pipeline.h"
 #include "audio/records.h"
+#include "audio/recording_guard.h"
 #include "audio/wav_info.h"
 #include "os/file.h"
+#include "os/recording_journal.h"
 
 #include <cstdint>
 #include <memory>
@@ -16,7 +18,10 @@
 // first record makes the file, and with the real sizes when the writer goes.
 // A write that stops short (a full card) is cut back at once to the last
 // whole sample frame or block, and the writer goes quiet for good; the file
-// on the card stays valid with every whole unit in it.
+// on the card stays valid with every whole unit in it. A writer given the
+// recordings journal writes a recording: its file is listed there while it is
+// written, and at least once a second its header's sizes are patched and the
+// data made durable, so a crash loses at most the last second.
 // Threads: records arrive on the writer's thread (the active buffer's, or the
 // main thread during a merge or a conversion); is_good and get_position are
 // polled on the main thread. All of it runs under the stage lock. Owned by
@@ -34,11 +39,12 @@ public:
 
 protected:
     // Without `append` nothing touches the disk until the first record.
-    // With it, `path` is opened for reading and writing, its header read,
-    // and the file cut back to the end of its data chunk, where writing
-    // goes on; a file that doesn't read as this format leaves the writer
-    // failed and the file as it was.
-    FileWriterWAV(const std::wstring& path, bool append);
+    // With it, `path` is opened for reading and writing, repaired if a crash
+    // left audio behind what its header claims, its header read, and the
+    // file cut back to the end of its data chunk, where writing goes on; a
+    // file that doesn't read as this format leaves the writer failed and the
+    // file as it was. With a `journal` the file is a recording's.
+    FileWriterWAV(const std::wstring& path, bool append, const os::RecordingJournal* journal);
 
     // Takes the format of the file from its first record; false when the
     // record can't start a file of this kind (no file is made then).
@@ -65,18 +71,26 @@ protected:
 private:
     // Cuts the file at the end of the whole units and stands there.
     bool cut_at_data_end();
-    // Reads the header bytes of a continued file and finds its "fact"
-    // chunk; false on a short read.
-    bool keep_appended_header();
+    // Reads the header bytes of a continued file; false on a short read.
+    bool read_header();
+    // Keeps `bytes` as the file's header and finds its "fact" chunk; false
+    // when a coded format has none.
+    bool keep_header(std::string bytes);
+    // Writes the header with the sizes as they stand over the first one.
+    void patch_header();
+    // Patches the header and makes the file durable, when the recording's
+    // second has come.
+    void sync_if_due();
 
-    // The header of a continued file as it was read, up to the audio. It is
-    // written back with its sizes patched, so chunks this writer would not
-    // have made (a LIST before "data") keep their place.
-    std::string appended_header;
+    // The header as it stands in the file, up to the audio: as made here or
+    // as read from a continued file. It is written back with its sizes
+    // patched, so chunks this writer would not have made (a LIST before
+    // "data") keep their place. Empty when nothing may be written back.
+    std::string header;
     // Offset of the sample count in its "fact" chunk; 0 for PCM.
-    std::size_t appended_fact_at = 0;
-    // Made with `append`: only a header read whole is written back.
-    bool continued = false;
+    std::size_t fact_at = 0;
+    // Null unless the file is a recording's.
+    std::unique_ptr<RecordingGuard> guard;
 };
 
 // Linear PCM, format tag 1, in the format of its first record: 8-bit
@@ -84,7 +98,7 @@ private:
 // format are dropped. Position: bytes of the data chunk.
 class FileWriterWAVPCM : public FileWriterWAV<WAVInfoPCM, PCMData>, public Encoder {
 public:
-    FileWriterWAVPCM(const std::wstring& path, bool append);
+    FileWriterWAVPCM(const std::wstring& path, bool append, const os::RecordingJournal* journal = nullptr);
 
     std::int32_t get_position() override;
     // Bytes per second x 8; 0 until the format is known.
@@ -103,7 +117,7 @@ private:
 // blocks.
 class FileWriterWAVADPCM : public FileWriterWAV<WAVInfoADPCM, ADPCMData> {
 public:
-    FileWriterWAVADPCM(const std::wstring& path, bool append);
+    FileWriterWAVADPCM(const std::wstring& path, bool append, const os::RecordingJournal* journal = nullptr);
 
     std::int32_t get_position() override;
 
@@ -119,7 +133,7 @@ private:
 // samples. Position: blocks.
 class FileWriterWAVGSM : public FileWriterWAV<WAVInfoGSM, GSMData> {
 public:
-    FileWriterWAVGSM(const std::wstring& path, bool append);
+    FileWriterWAVGSM(const std::wstring& path, bool append, const os::RecordingJournal* journal = nullptr);
 
     std::int32_t get_position() override;
 

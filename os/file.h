@@ -21,7 +21,7 @@ public:
         kRead = 0,   // open existing
         kWrite = 1,  // create always, truncating
         kAppend = 2, // open or create, position at the end
-        // any other value: read and write, open or create
+        kReadWrite = 3, // read and write, open or create (so is any other value)
     };
 
     File(const std::wstring& path, int mode);
