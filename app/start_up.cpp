@@ -5,6 +5,7 @@
 #include "app/screen_shell.h"
 #include "app/settings.h"
 #include "app/status_publication.h"
+#include "audio/wav_repair.h"
 #include "liba/text.h"
 #include "os/application.h"
 #include "os/file.h"
@@ -60,6 +61,9 @@ int run_quillaphonics(const std::vector<std::string>& args)
 
     os::log().start_afresh();
     os::log() << "cmd_line[" << command_line << "] \n";
+    // Recordings that a crash cut off are whole again before anything lists
+    // or plays them.
+    audio::repair_orphaned_recordings(os::RecordingJournal());
     // The Document owns the settings: it reads them here and writes them as
     // it goes, at the very end.
     Document document;
