@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 extern char** environ;
 
@@ -75,27 +76,57 @@ Timing run(const std::vector<std::string>& argv)
     return t;
 }
 
-bool race(std::vector<Contender>& contenders, int rounds, const char* bench)
+namespace {
+
+double best(const std::vector<double>& v) { return v.empty() ? 1e300 : *std::min_element(v.begin(), v.end()); }
+
+double median(std::vector<double> v)
+{
+    std::sort(v.begin(), v.end());
+    const std::size_t n = v.size();
+    return n == 0 ? 1e300 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+// Runs the rounds and keeps, of each contender's times, the best or the
+// median.
+bool race_keeping(std::vector<Contender>& contenders, int rounds, const char* bench, bool keep_median)
 {
     for (auto& c : contenders)
         c.ok = run(c.argv).ok;
+    std::vector<std::vector<double>> cpu(contenders.size()), wall(contenders.size());
     for (int round = 0; round < rounds; ++round) {
-        for (auto& c : contenders) {
+        for (std::size_t i = 0; i < contenders.size(); ++i) {
+            Contender& c = contenders[i];
             Timing t = run(c.argv);
             c.ok = c.ok && t.ok;
-            c.cpu = std::min(c.cpu, t.cpu);
-            c.wall = std::min(c.wall, t.wall);
+            cpu[i].push_back(t.cpu);
+            wall[i].push_back(t.wall);
             c.out = t.out;
         }
     }
     bool all_ok = true;
-    for (const auto& c : contenders) {
+    for (std::size_t i = 0; i < contenders.size(); ++i) {
+        Contender& c = contenders[i];
+        c.cpu = keep_median ? median(cpu[i]) : best(cpu[i]);
+        c.wall = keep_median ? median(wall[i]) : best(wall[i]);
         if (!c.ok) {
             std::fprintf(stderr, "%s: %s failed\n", bench, c.name.c_str());
             all_ok = false;
         }
     }
     return all_ok;
+}
+
+} // namespace
+
+bool race(std::vector<Contender>& contenders, int rounds, const char* bench)
+{
+    return race_keeping(contenders, rounds, bench, false);
+}
+
+bool race_median(std::vector<Contender>& contenders, int rounds, const char* bench)
+{
+    return race_keeping(contenders, rounds, bench, true);
 }
 
 std::filesystem::path here() { return std::filesystem::read_symlink("/proc/self/exe").parent_path(); }

@@ -1,5 +1,6 @@
 // Shared by the benchmarks: runs whole processes, keeps each contender's
-// best CPU and wall time over alternating rounds, and makes bench media once.
+// best (or median) CPU and wall time over alternating rounds, and makes bench
+// media once.
 // Called from a benchmark's main thread only. Times are in seconds.
 #pragma once
 
@@ -33,6 +34,8 @@ struct Contender {
 // for `rounds` rounds and each keeps its best times. False, with a line on
 // stderr naming `bench` and the contender, when any run failed.
 bool race(std::vector<Contender>& contenders, int rounds, const char* bench);
+// The same, keeping each contender's median times instead.
+bool race_median(std::vector<Contender>& contenders, int rounds, const char* bench);
 
 // The folder of the running benchmark program.
 std::filesystem::path here();
