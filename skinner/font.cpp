@@ -289,6 +289,13 @@ int Font::width_of(const std::wstring& text) const
     int w = 0, h = 0;
     if (TTF_SizeUTF8(rep_->font, liba::to_utf8(text).c_str(), &w, &h) != 0)
         return 0;
+    // A line is as wide as its pen moves, as the platform measured it;
+    // SDL2_ttf reaches on to the last glyph's ink where that overhangs its
+    // advance (a "K"), which would push centred text off to the left.
+    int min_x = 0, max_x = 0, min_y = 0, max_y = 0, advance = 0;
+    if (TTF_GlyphMetrics32(rep_->font, uint32_t(text.back()), &min_x, &max_x, &min_y, &max_y, &advance) == 0 &&
+        max_x > advance)
+        w -= std::min(w, max_x - advance);
     return w;
 }
 

@@ -58,19 +58,27 @@ bool picture_size(const std::string& b, int* width, int* height)
     return *width >= 0 && *height >= 0;
 }
 
+bool PictureFolder::read(const std::wstring& name, std::wstring& file, std::string& bytes) const
+{
+    for (const wchar_t* extension : kExtensions) {
+        file = name + L"." + extension;
+        if (os::read_whole_file(os::join_path(folder_, file), bytes))
+            return true;
+    }
+    return false;
+}
+
 PictureLookup PictureFolder::lookup() const
 {
-    std::wstring folder = folder_;
+    PictureFolder folder = *this;
     return [folder](const std::wstring& name, int* width, int* height) {
-        for (const wchar_t* extension : kExtensions) {
-            std::string bytes;
-            if (!os::read_whole_file(os::join_path(folder, name + L"." + extension), bytes))
-                continue;
-            if (!picture_size(bytes, width, height))
-                *width = *height = -1;
-            return true;
-        }
-        return false;
+        std::wstring file;
+        std::string bytes;
+        if (!folder.read(name, file, bytes))
+            return false;
+        if (!picture_size(bytes, width, height))
+            *width = *height = -1;
+        return true;
     };
 }
 

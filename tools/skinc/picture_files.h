@@ -25,6 +25,8 @@ public:
 
     // Answers for "NAME.png", ".bmp", ".gif" and ".jpg", in that order.
     PictureLookup lookup() const;
+    // The first file of those for `name`: its name with extension, and its bytes.
+    bool read(const std::wstring& name, std::wstring& file, std::string& bytes) const;
 
     // The files to ship for `pictures`: each picture's own file and every
     // variant named after it ("name_1", "name_8", "name_x2", ...), and the

@@ -2,8 +2,11 @@
 // beside it and writes OUT_DIR/NAME.skin, a stored ZIP archive holding the
 // compiled description and the BMP and GIF pictures, with the PNG and JPEG
 // pictures placed loose beside it (the program reads those only as loose
-// files). Exit status: 0 done, 1 bad source or failed write (one line on
-// standard error naming the file and line), 2 wrong command line.
+// files). With --svg DIR it also writes DIR/FORM.svg for each form, a
+// drawing of the form made from the source alone at the --scale given (1 to
+// 4, default 1), for checking the engine's drawing against an SVG renderer.
+// Exit status: 0 done, 1 bad source or failed write (one line on standard
+// error naming the file and line), 2 wrong command line.
 
 #include "liba/text.h"
 #include "os/file.h"
@@ -13,6 +16,7 @@
 #include "tools/skinc/picture_files.h"
 #include "tools/skinc/skin_source.h"
 #include "tools/skinc/skin_writer.h"
+#include "tools/skinc/svg_writer.h"
 
 #include <cstdio>
 #include <string>
@@ -30,8 +34,55 @@ int fail(const std::wstring& text)
 
 int usage()
 {
-    std::fprintf(stderr, "usage: skinc [--name NAME] SRC_DIR OUT_DIR\n");
+    std::fprintf(stderr, "usage: skinc [--name NAME] [--svg DIR [--scale N]] SRC_DIR OUT_DIR\n");
     return 2;
+}
+
+struct Options {
+    std::wstring name;
+    std::wstring svg_dir;
+    int scale = 1;
+};
+
+// Takes the options off the front of `args`; false on a bad one.
+bool take_options(std::vector<std::wstring>& args, Options& options)
+{
+    while (args.size() >= 2 && args[0].starts_with(L"--")) {
+        const std::wstring& value = args[1];
+        if (args[0] == L"--name" && value.find(L'/') == std::wstring::npos) {
+            options.name = value;
+        } else if (args[0] == L"--svg") {
+            options.svg_dir = os::strip_trailing_separator(value);
+        } else if (args[0] == L"--scale") {
+            auto n = liba::text_to_int(value);
+            if (!n || *n < 1 || *n > 4)
+                return false;
+            options.scale = int(*n);
+        } else {
+            return false;
+        }
+        args.erase(args.begin(), args.begin() + 2);
+    }
+    return true;
+}
+
+int write_drawings(const skinc::SkinSource& source, const skinc::PictureFolder& folder, const Options& options)
+{
+    std::vector<skinc::FormDrawing> drawings;
+    std::wstring error;
+    auto read = [&folder](const std::wstring& name, std::wstring& file, std::string& bytes) {
+        return folder.read(name, file, bytes);
+    };
+    if (!skinc::draw_forms(source, options.scale, read, drawings, error))
+        return fail(error);
+    if (!os::create_folders(options.svg_dir))
+        return fail(options.svg_dir + L": can't create the folder");
+    for (const skinc::FormDrawing& d : drawings) {
+        std::wstring target = os::join_path(options.svg_dir, d.form + L".svg");
+        if (!os::write_file_atomically(target, d.svg))
+            return fail(target + L": can't write it");
+    }
+    return 0;
 }
 
 } // namespace
@@ -41,13 +92,10 @@ int main(int argc, char** argv)
     std::vector<std::wstring> args;
     for (int i = 1; i < argc; ++i)
         args.push_back(liba::from_utf8(argv[i]));
-    std::wstring name;
-    if (args.size() >= 2 && args[0] == L"--name") {
-        name = args[1];
-        args.erase(args.begin(), args.begin() + 2);
-    }
-    if (args.size() != 2 || (!name.empty() && name.find(L'/') != std::wstring::npos))
+    Options options;
+    if (!take_options(args, options) || args.size() != 2)
         return usage();
+    std::wstring name = options.name;
     const std::wstring source_dir = os::strip_trailing_separator(args[0]);
     const std::wstring out_dir = os::strip_trailing_separator(args[1]);
 
@@ -96,5 +144,5 @@ int main(int argc, char** argv)
     std::wstring skin_path = os::join_path(out_dir, name + L".skin");
     if (!os::write_file_atomically(skin_path, skinc::make_stored_zip(entries)))
         return fail(skin_path + L": can't write it");
-    return 0;
+    return options.svg_dir.empty() ? 0 : write_drawings(source, folder, options);
 }

@@ -1,0 +1,244 @@
+// Every form of the test skin as the engine draws it (quillctl skin render)
+// against the same form drawn by rsvg-convert from the SVG that the skin
+// compiler writes from the source alone, at scales 1 to 4. Both draw text
+// with DejaVu Sans only, pinned through a fontconfig file of their own.
+#include "skinner/canvas.h"
+#include "tests/skinner/drawing_test_support.h"
+#include "tests/skinner/skin_test_support.h"
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+#include <png.h>
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <sstream>
+
+namespace fs = std::filesystem;
+using drawing_test::pixel_at;
+using drawing_test::Surface;
+using skinner::Rect;
+
+namespace {
+
+// Kinds whose drawing the SVG leaves out (digits, bars, scroll bars): their
+// rectangles are not compared.
+const char* const kKindsNotDrawn[] = {"LCD", "Progress", "ScrollBar", "PanelAutoScroll"};
+// Largest difference of a channel still taken as the same colour.
+constexpr int kTolerance = 8;
+// A text pixel is ink where it differs from the bare form by more than this.
+constexpr int kInk = 96;
+
+// A PNG through libpng's own reader, as 0xAARRGGBB pixels.
+Surface read_png(const fs::path& file)
+{
+    const std::string bytes = test::read_file(file);
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_memory(&image, bytes.data(), bytes.size()))
+        return nullptr;
+    image.format = PNG_FORMAT_BGRA;
+    Surface s = drawing_test::new_surface(int(image.width), int(image.height));
+    if (!png_image_finish_read(&image, nullptr, s->pixels, s->pitch, nullptr)) {
+        png_image_free(&image);
+        return nullptr;
+    }
+    return s;
+}
+
+int difference(uint32_t a, uint32_t b)
+{
+    int most = 0;
+    for (int shift = 0; shift < 24; shift += 8)
+        most = std::max(most, std::abs(int(a >> shift & 0xFF) - int(b >> shift & 0xFF)));
+    return most;
+}
+
+struct Region {
+    std::string kind; // the class of the control, or of the control the text is in
+    bool is_text = false;
+    Rect rect;
+};
+
+// The controls and text lines of a drawing, by their rectangles on the form.
+std::vector<Region> regions_of(const fs::path& svg)
+{
+    pugi::xml_document doc;
+    EXPECT_TRUE(doc.load_file(svg.c_str())) << svg;
+    std::vector<Region> out;
+    for (const pugi::xpath_node& n : doc.select_nodes("//*[@data-rect]")) {
+        Region r;
+        std::istringstream(n.node().attribute("data-rect").value()) >> r.rect.x >> r.rect.y >> r.rect.w >> r.rect.h;
+        r.is_text = std::string_view(n.node().name()) == "svg";
+        for (pugi::xml_node g = n.node(); g && r.kind.empty(); g = g.parent())
+            r.kind = g.attribute("data-kind").value();
+        out.push_back(r);
+    }
+    return out;
+}
+
+// The box of the pixels of `r` where `a` and `b` differ by more than kInk.
+Rect ink_box(const SDL_Surface* a, const SDL_Surface* b, const Rect& r)
+{
+    int left = INT32_MAX, top = INT32_MAX, right = -1, bottom = -1;
+    for (int y = std::max(r.y, 0); y < std::min(r.y + r.h, a->h); ++y)
+        for (int x = std::max(r.x, 0); x < std::min(r.x + r.w, a->w); ++x)
+            if (difference(pixel_at(a, x, y), pixel_at(b, x, y)) > kInk) {
+                left = std::min(left, x);
+                right = std::max(right, x);
+                top = std::min(top, y);
+                bottom = std::max(bottom, y);
+            }
+    return right < 0 ? Rect{} : Rect{left, top, right - left + 1, bottom - top + 1};
+}
+
+bool near(const Rect& a, const Rect& b)
+{
+    return std::abs(a.x - b.x) <= 1 && std::abs(a.y - b.y) <= 1 && std::abs(a.x + a.w - b.x - b.w) <= 1 &&
+           std::abs(a.y + a.h - b.y - b.h) <= 1;
+}
+
+std::string text_of(const Rect& r)
+{
+    return std::to_string(r.x) + "," + std::to_string(r.y) + " " + std::to_string(r.w) + "x" + std::to_string(r.h);
+}
+
+// Whether `want` matches a pixel of `have` within `reach` pixels of (x, y),
+// since a stretched band may take its neighbour's source pixel, one source
+// pixel being `reach` screen pixels; or, at an edge, lies between the
+// colours around it, as the mixed pixels of an anti-aliased edge do.
+bool matches_near(const SDL_Surface* have, uint32_t want, int x, int y, int reach)
+{
+    if (difference(pixel_at(have, x, y), want) <= kTolerance)
+        return true;
+    int low[3] = {255, 255, 255}, high[3] = {0, 0, 0};
+    for (int dy = -reach; dy <= reach; ++dy)
+        for (int dx = -reach; dx <= reach; ++dx) {
+            const int px = x + dx, py = y + dy;
+            if (px < 0 || py < 0 || px >= have->w || py >= have->h)
+                continue;
+            const uint32_t p = pixel_at(have, px, py);
+            if (difference(p, want) <= kTolerance)
+                return true;
+            for (int c = 0; c < 3; ++c) {
+                low[c] = std::min(low[c], int(p >> (8 * c) & 0xFF));
+                high[c] = std::max(high[c], int(p >> (8 * c) & 0xFF));
+            }
+        }
+    for (int c = 0; c < 3; ++c) {
+        const int v = int(want >> (8 * c) & 0xFF);
+        if (high[c] - low[c] <= kTolerance || v < low[c] - kTolerance || v > high[c] + kTolerance)
+            return false;
+    }
+    return true;
+}
+
+// Compares the engine's drawing with the renders of the SVG with and
+// without its text; returns what differs, empty when they agree.
+std::string compare(const SDL_Surface* ours, const SDL_Surface* theirs, const SDL_Surface* bare,
+                    const std::vector<Region>& regions, int scale)
+{
+    if (ours->w != theirs->w || ours->h != theirs->h)
+        return "size " + std::to_string(ours->w) + "x" + std::to_string(ours->h) + ", SVG " +
+               std::to_string(theirs->w) + "x" + std::to_string(theirs->h);
+    std::string out;
+    // 0: compared with the SVG; 1: with the bare SVG (under text); 2: not at all.
+    std::vector<uint8_t> how(size_t(ours->w) * ours->h, 0);
+    auto mark = [&](const Rect& r, uint8_t value) {
+        for (int y = std::max(r.y, 0); y < std::min(r.y + r.h, ours->h); ++y)
+            for (int x = std::max(r.x, 0); x < std::min(r.x + r.w, ours->w); ++x)
+                how[size_t(y) * ours->w + x] = std::max(how[size_t(y) * ours->w + x], value);
+    };
+    for (const Region& r : regions) {
+        if (std::find(std::begin(kKindsNotDrawn), std::end(kKindsNotDrawn), r.kind) != std::end(kKindsNotDrawn)) {
+            mark(r.rect, 2);
+        } else if (r.is_text) {
+            const Rect mine = ink_box(ours, bare, r.rect), svg = ink_box(theirs, bare, r.rect);
+            if (!near(mine, svg))
+                out += " ink at " + text_of(r.rect) + ": ours " + text_of(mine) + ", SVG " + text_of(svg) + ";";
+            mark(r.rect, 1);
+            for (const Rect& ink : {mine, svg})
+                if (ink.w > 0)
+                    mark(Rect{ink.x - 2, ink.y - 2, ink.w + 4, ink.h + 4}, 2);
+        }
+    }
+    int wrong = 0;
+    for (int y = 0; y < ours->h; ++y)
+        for (int x = 0; x < ours->w; ++x) {
+            const uint8_t h = how[size_t(y) * ours->w + x];
+            const SDL_Surface* reference = h == 0 ? theirs : bare;
+            // Where the SVG leaves the form bare the engine shows its own gap colour.
+            if (h == 2 || pixel_at(reference, x, y) >> 24 != 0xFF)
+                continue;
+            if (!matches_near(reference, pixel_at(ours, x, y), x, y, scale) && wrong++ < 3)
+                out += " pixel " + std::to_string(x) + "," + std::to_string(y) + ";";
+        }
+    if (wrong > 0)
+        out += " " + std::to_string(wrong) + " pixels differ";
+    return out;
+}
+
+// A fontconfig setup that knows DejaVu Sans and its bold face only, hinted
+// lightly as the engine hints them.
+std::string pinned_fonts(const fs::path& dir)
+{
+    std::string regular;
+    test::run("fc-match -f '%{file}' 'DejaVu Sans'", &regular);
+    fs::create_directories(dir / "fonts");
+    fs::copy_file(regular, dir / "fonts/DejaVuSans.ttf");
+    fs::copy_file(fs::path(regular).parent_path() / "DejaVuSans-Bold.ttf", dir / "fonts/DejaVuSans-Bold.ttf");
+    test::write_file(dir / "fonts.conf", "<?xml version=\"1.0\"?>\n<fontconfig><dir>" + (dir / "fonts").string() +
+                                             "</dir><cachedir>" + (dir / "cache").string() +
+                                             "</cachedir><match target=\"font\"><edit name=\"hintstyle\">"
+                                             "<const>hintslight</const></edit></match></fontconfig>\n");
+    return "FONTCONFIG_FILE=" + test::quote((dir / "fonts.conf").string()) + " ";
+}
+
+} // namespace
+
+TEST(FormDrawing, MatchesRsvgConvertOfTheCompilersSvgAtEveryScale)
+{
+    test::TempDir dir;
+    const std::string env = pinned_fonts(dir.path());
+    const fs::path source = dir / "source";
+    fs::create_directories(source);
+    fs::copy_file(skin_test::test_skin_source() / "skin.xml", source / "skin.xml");
+    skin_test::copy_test_pictures(source);
+    test::write_file(dir / "bare.css", ".text { display: none }\n");
+    for (int scale = 1; scale <= 4; ++scale) {
+        const fs::path svgs = dir / ("svg" + std::to_string(scale)), out = dir / ("skin" + std::to_string(scale));
+        ASSERT_EQ(test::run(test::quote(skin_test::skinc().string()) + " --svg " + test::quote(svgs.string()) +
+                            " --scale " + std::to_string(scale) + " " + test::quote(source.string()) + " " +
+                            test::quote(out.string())),
+                  0);
+        int compared = 0;
+        for (const auto& e : fs::directory_iterator(svgs)) {
+            const std::string form = e.path().stem().string();
+            const fs::path ours = dir / "ours.png", theirs = dir / "theirs.png", bare = dir / "bare.png";
+            // A form made for the wide screen is drawn on it.
+            const std::string screens[] = {" --scale " + std::to_string(scale),
+                                           " --size " + std::to_string(320 * scale) + "x" + std::to_string(240 * scale)};
+            bool drawn = false;
+            for (const std::string& screen : screens)
+                drawn = drawn || test::run(env + test::quote(skin_test::quillctl().string()) + " skin render " +
+                                           test::quote((out / "Test.skin").string()) + " " + form + " " +
+                                           test::quote(ours.string()) + screen + " 2>/dev/null") == 0;
+            if (!drawn)
+                continue;
+            const std::string rsvg = env + "rsvg-convert " + test::quote(e.path().string());
+            ASSERT_EQ(test::run(rsvg + " -o " + test::quote(theirs.string())), 0);
+            ASSERT_EQ(test::run(rsvg + " -s " + test::quote((dir / "bare.css").string()) + " -o " +
+                                test::quote(bare.string())),
+                      0);
+            Surface a = read_png(ours), b = read_png(theirs), c = read_png(bare);
+            ASSERT_TRUE(a && b && c) << form;
+            const std::string differences = compare(a.get(), b.get(), c.get(), regions_of(e.path()), scale);
+            if (!differences.empty())
+                drawing_test::save_failure("form_" + form + "_x" + std::to_string(scale), a.get(), b.get());
+            EXPECT_EQ(differences, "") << form << " at scale " << scale;
+            ++compared;
+        }
+        // Every form but the one made for another kind of device.
+        EXPECT_GE(compared, 9) << "scale " << scale;
+    }
+}
