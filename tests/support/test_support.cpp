@@ -171,7 +171,8 @@ fs::path one_media(const std::string& name)
 QuillctlRun run_quillctl(const std::vector<std::string>& args, const fs::path& scratch)
 {
     // The leak checker's list of suppressions is no line of quillctl's.
-    std::string line = "LSAN_OPTIONS=print_suppressions=0 " + quote((program_dir() / "quillctl").string());
+    std::string line = "cd " + quote(scratch.string()) + " && LSAN_OPTIONS=print_suppressions=0 " +
+                       quote((program_dir() / "quillctl").string());
     for (const std::string& a : args)
         line += " " + quote(a);
     const fs::path err = scratch / "quillctl.stderr";

@@ -67,8 +67,8 @@ struct QuillctlRun {
     std::string out;
     std::string err;
 };
-// Runs quillctl with `args`, each quoted, in the current folder; standard
-// error goes through a file in `scratch`.
+// Runs quillctl with `args`, each quoted, in the folder `scratch` (which
+// relative paths start from); standard error goes through a file there.
 QuillctlRun run_quillctl(const std::vector<std::string>& args, const std::filesystem::path& scratch);
 // Expects one line on standard error, naming `what`.
 void expect_one_line_naming(const QuillctlRun& r, const std::string& what);
