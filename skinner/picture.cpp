@@ -4,6 +4,7 @@
 #include "skinner/image_loader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <tuple>
 #include <vector>
@@ -104,6 +105,13 @@ void blit(const Target& target, const Source& source, const Rect& to, const Rect
     const int32_t colour_stride = source.colour->pitch / 4;
     const auto* mask = source.mask ? static_cast<const uint32_t*>(source.mask->pixels) : nullptr;
     const int32_t mask_stride = source.mask ? source.mask->pitch / 4 : 0;
+    // A stretched, tiled or filled band shows each source row on many target
+    // rows; without a mask, and with every column taken from the source,
+    // such a row is mapped once and copied on.
+    static std::vector<int32_t> first_target_row;
+    const bool reuse_rows = !mask && std::find(xs.begin(), xs.end(), -1) == xs.end();
+    if (reuse_rows)
+        first_target_row.assign(size_t(std::max(from.h, 1)), -1);
     for (size_t j = 0; j < ys.size(); ++j) {
         if (ys[j] < 0)
             continue;
@@ -111,6 +119,15 @@ void blit(const Target& target, const Source& source, const Rect& to, const Rect
                         (area.x - target.origin.x);
         const uint32_t* in = colour + int64_t(ys[j]) * colour_stride;
         if (!mask) {
+            if (reuse_rows) {
+                // A source row shown before comes out as it did then.
+                int32_t& first = first_target_row[size_t(ys[j] - from.y)];
+                if (first >= 0) {
+                    std::memcpy(out, out - int64_t(int32_t(j) - first) * target.stride, xs.size() * sizeof *out);
+                    continue;
+                }
+                first = int32_t(j);
+            }
             for (size_t i = 0; i < xs.size(); ++i)
                 if (xs[i] >= 0)
                     out[i] = in[xs[i]] | kOpaque;

@@ -1,6 +1,6 @@
-// Fonts: specifications, sizes, the face fontconfig finds, and text whose
-// ink is compared with rsvg-convert's rendering of the same face and size.
-// Pixel tests pin the face file to DejaVu Sans.
+// Fonts: specifications, sizes, the face fontconfig finds, alignment and
+// ellipsis. Pixel tests pin the face file to DejaVu Sans; text ink against
+// rsvg-convert's is compared on whole forms, in form_svg_test.cpp.
 #include "skinner/font.h"
 
 #include "liba/text.h"
@@ -141,53 +141,6 @@ TEST(Font, FacesAreSharedBySpecificationAndScale)
         EXPECT_EQ(Font::cached_fonts(), 1u);
     }
     EXPECT_EQ(Font::cached_fonts(), 0u);
-}
-
-TEST(Font, InkMatchesRsvgConvertForTheSameFaceAndEm)
-{
-    PinnedFace pinned;
-    test::TempDir dir;
-    const struct {
-        const wchar_t* spec;
-        int scale;
-        const char* text;
-    } cases[] = {
-        {L"8 0 0 0 Tahoma", 1, "Quill"},
-        {L"10 0 0 0 Tahoma", 2, "Hamburg"},
-        {L"14 0 0 0 Tahoma", 2, "jiggly 42"},
-        {L"9 0 0 0 Tahoma", 4, "Menu"},
-        {L"12 0 0 0 Tahoma", 3, "Stop"},
-    };
-    // rsvg-convert kerns pairs such as "Re"; text here is set unkerned, as
-    // the handheld set it, so the words above have no kerning pairs.
-    for (const auto& c : cases) {
-        Font f(c.scale);
-        ASSERT_TRUE(f.parse(c.spec));
-        ASSERT_EQ(f.face_file(), dejavu_sans());
-        const int em = f.em_height();
-        // rsvg-convert sets the same face at the same em, baseline at y = 100.
-        const std::string svg = "<svg xmlns='http://www.w3.org/2000/svg' width='400' height='160'>"
-                                "<rect width='400' height='160' fill='#fff'/><text x='20' y='100' "
-                                "font-family='DejaVu Sans' font-size='" +
-                                std::to_string(em) + "px' fill='#000'>" + c.text + "</text></svg>";
-        test::write_file(dir / "t.svg", svg);
-        ASSERT_EQ(test::run("rsvg-convert -o '" + (dir / "t.png").string() + "' '" + (dir / "t.svg").string() + "'"),
-                  0);
-        Surface theirs = decode_png(test::read_file(dir / "t.png"), L"t.png");
-        ASSERT_TRUE(theirs);
-        // Ours: the line's top at 100 - ascent puts its baseline at 100 too.
-        Surface ours = draw(f, liba::from_utf8(c.text), {20, 100 - f.ascent()}, {380, 60}, kAlignLeft,
-                            kAlignTop, 400, 160);
-        const Rect a = ink_box(ours.get()), b = ink_box(theirs.get());
-        const bool close = std::abs(a.x - b.x) <= 1 && std::abs(a.y - b.y) <= 1 &&
-                           std::abs(a.x + a.w - b.x - b.w) <= 1 && std::abs(a.y + a.h - b.y - b.h) <= 1;
-        if (!close)
-            save_failure(std::string("ink_") + c.text, ours.get(), theirs.get());
-        EXPECT_TRUE(close) << c.text << " at em " << em << ": ours " << a.x << "," << a.y << " " << a.w << "x"
-                           << a.h << ", rsvg-convert " << b.x << "," << b.y << " " << b.w << "x" << b.h;
-        // The line is as tall as the face's ascent and descent.
-        EXPECT_GE(f.text_size(L"x").y, b.h);
-    }
 }
 
 TEST(Font, AlignsInTheRectangleAndCutsAtItsEdges)
