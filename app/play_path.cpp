@@ -2,11 +2,16 @@
 
 #include "liba/critical_section.h"
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 
 PlayPath::SpeedPlan PlayPath::plan_speed(double speed, bool pitch_lock, bool any_speed)
 {
     SpeedPlan plan;
+    // A settings file may hold anything; outside the bar's range nothing
+    // would play (step 0) or the stretch could not follow.
+    speed = std::isfinite(speed) ? std::clamp(speed, kMinSpeed, kMaxSpeed) : 1.0;
     if (!pitch_lock) {
         plan.stored = plan.step = speed;
     } else if (any_speed) {

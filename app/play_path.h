@@ -29,8 +29,11 @@ public:
         int factor = 1;       // the stretch filter's factor
         double stretch = 1.0; // the any-speed stretch, 1.0 for none
     };
+    static constexpr double kMinSpeed = 0.5;
+    static constexpr double kMaxSpeed = 2.0;
     // With the pitch held only normal and half speed exist, unless
-    // `any_speed`: then the stretch takes the speed as given.
+    // `any_speed`: then the stretch takes the speed as given. Speeds are
+    // first limited to kMinSpeed..kMaxSpeed.
     static SpeedPlan plan_speed(double speed, bool pitch_lock, bool any_speed);
 
     PlayPath() = default;

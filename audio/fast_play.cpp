@@ -7,18 +7,18 @@ namespace audio {
 
 bool FastPlay::set_step(double v)
 {
-    if (v == step)
+    if (v == step.load(std::memory_order_relaxed))
         return false;
-    step = v;
-    phase = 0.0;
+    step.store(v, std::memory_order_relaxed);
+    phase.store(0.0, std::memory_order_relaxed);
     return true;
 }
 
 void FastPlay::resample(PCMData& out, const PCMData& in)
 {
     // One read of each: the main thread may change them meanwhile.
-    const double s = step;
-    const double p = phase;
+    const double s = step.load(std::memory_order_relaxed);
+    const double p = phase.load(std::memory_order_relaxed);
     if (in.empty() || s == 1.0) {
         out = in;
         return;
@@ -32,7 +32,7 @@ void FastPlay::resample(PCMData& out, const PCMData& in)
     out.bits = in.bits;
     out.rate = in.rate;
     if (frames - p <= 0.0) {
-        phase = p - frames;
+        phase.store(p - frames, std::memory_order_relaxed);
         out.bytes = liba::ByteBlock();
         return;
     }
@@ -46,14 +46,14 @@ void FastPlay::resample(PCMData& out, const PCMData& in)
         std::memcpy(dst + i * frame, src + k * frame, frame);
     }
     out.bytes = std::move(block);
-    phase = -((frames - p) - static_cast<double>(n) * s);
+    phase.store(-((frames - p) - static_cast<double>(n) * s), std::memory_order_relaxed);
 }
 
 void FastPlay::get_data(PCMData& out, int n)
 {
     liba::Lock held(lock);
     for (;;) {
-        int want = static_cast<int>(std::trunc(n * step + phase));
+        int want = static_cast<int>(std::trunc(n * get_step() + get_phase()));
         if (want < 1)
             want = 1;
         PCMData in;
@@ -64,7 +64,7 @@ void FastPlay::get_data(PCMData& out, int n)
         }
         resample(out, in);
         // A step of 0 picks nothing ever: that ends the stream here.
-        if (!out.empty() || step == 0.0)
+        if (!out.empty() || get_step() == 0.0)
             return;
     }
 }

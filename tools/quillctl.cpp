@@ -33,7 +33,9 @@ const Command kCommands[] = {
      "replaces an existing file only when the conversion succeeds. A progress line\n"
      "shows on standard error when that is a terminal.\n",
      cmd_convert},
-    {"decode", "decode FILE OUT [--start S] [--end S] [--route]",
+    {"decode",
+     "decode FILE OUT [--start S] [--end S] [--route] [--speed X [--pitch keep|change|stretch]]\n"
+     "       [--eq F,W,G]... [--booster N] [--noise N] [--limiter N] [--volume P]",
      "Plays FILE through the program's play path, pulled in the player's requests,\n"
      "into OUT instead of the speaker, as fast as the machine allows. OUT is a .wav\n"
      "(16-bit PCM in the stream's rate and channels) or - for raw 16-bit\n"
@@ -41,8 +43,15 @@ const Command kCommands[] = {
      "wider ones keep their top 16 bits; every channel is kept.\n"
      "  --start S, --end S  seconds of the file to begin and stop at\n"
      "  --route             plays the route through the marks of FILE.bm\n"
-     "--speed, --pitch, --eq, --booster, --noise, --limiter and --volume come with\n"
-     "their stages and are not available yet.\n",
+     "  --speed X           0.5 to 2.0; with --end, the frames out follow the speed\n"
+     "  --pitch keep        (the default) the program's pitch lock: normal or half\n"
+     "                      speed at the natural pitch (below 0.75 is half speed)\n"
+     "  --pitch change      fast play: frames picked, the pitch follows the speed\n"
+     "  --pitch stretch     any speed at the natural pitch (time stretch)\n"
+     "  --eq F,W,G          an active equaliser: centre Hz, width in octaves above\n"
+     "                      0, gain dB; up to three, in order\n"
+     "  --booster N, --noise N, --limiter N   0 (Off) to 3 (High)\n"
+     "  --volume P          0 to 100: the player's volume P / 100\n",
      cmd_decode},
     {"info", "info FILE...",
      "Opens each file as the program would (format found by content) and prints\n"
