@@ -128,9 +128,15 @@ public:
     // remote control's row `format_index` (0..8), with rate, bits and
     // channels from the settings. False for another index.
     bool record_to(const std::wstring& path, int format_index);
-    // Record into an existing file in its format; not built yet: false.
+    // Stop, and record into the existing file `path` in its own format,
+    // whatever the settings say: anew, or continued at its end, where a
+    // mark "Bookmark" is set. False, the file as it was, for a format that
+    // can't be written (Vorbis, Musepack, Windows Media).
     bool record_overwrite(const std::wstring& path);
     bool record_append(const std::wstring& path);
+    // Stop, and record beside `target` into a temporary file in its format;
+    // stop merges it into `target` at `position` (the unit of the target's
+    // reader), copying coded data as it is, with marks at both ends.
     bool record_insert(const std::wstring& target, int32_t position);
     // New time = time + seconds, within the item. Nothing without a chain.
     void seek_relative(double seconds);
@@ -175,6 +181,13 @@ private:
                                    const std::wstring& extension, const os::DateTime& t);
     std::wstring new_record_path(const std::wstring& default_folder) const;
     bool start_recording(std::unique_ptr<audio::RecordChain> chain, const std::wstring& path);
+    // Makes the recorder and the chain in the format of `model`, writing
+    // `target`; with `keep_marks` the target is continued and marked.
+    bool prepare(const std::wstring& model, const std::wstring& target, bool keep_marks);
+    bool record_into(const std::wstring& path, bool append);
+    // Builds the target with the recording inserted beside it, then puts
+    // it in the target's place.
+    void merge_insert();
     // Links the new recorder and chain, beeps and starts capture; drops
     // both on failure.
     bool start_capture();
@@ -222,6 +235,9 @@ private:
     audio::ActiveBuffer active_buffer_;
     std::unique_ptr<audio::RecorderPCM> recorder_;
     std::unique_ptr<audio::RecordChain> record_chain_;
+    // The file the recording goes into at stop; empty when none.
+    std::wstring insert_target_;
+    int32_t insert_position_ = 0;
 
     std::wstring settings_path_;
     Settings settings_;

@@ -4,6 +4,7 @@
 
 #include "audio/play_chain.h"
 #include "audio/system_sound.h"
+#include "files/range_marks.h"
 #include "os/date_time.h"
 #include "os/file.h"
 #include "os/log.h"
@@ -37,6 +38,14 @@ std::wstring two_digits(int n)
 {
     n %= 100;
     return (n < 10 ? L"0" : L"") + std::to_wstring(n);
+}
+
+// Where the files being recorded are listed, so that a crash leaves them
+// repaired at the next start.
+const os::RecordingJournal* journal()
+{
+    static const os::RecordingJournal recordings;
+    return &recordings;
 }
 
 bool exists(const std::wstring& path)
@@ -103,7 +112,7 @@ bool Document::record(const std::wstring& default_folder)
     stop();
     const std::wstring path = new_record_path(default_folder);
     return start_recording(audio::create_record_chain(path, settings_.codec, settings_.channels, settings_.bits,
-                                                      settings_.samples, settings_.bitrate, false),
+                                                      settings_.samples, settings_.bitrate, false, journal()),
                            path);
 }
 
@@ -115,23 +124,74 @@ bool Document::record_to(const std::wstring& path, int format_index)
     stop();
     const RemoteFormat& row = kRemoteFormats[format_index];
     return start_recording(audio::create_record_chain(path, row.codec, settings_.channels, settings_.bits,
-                                                      settings_.samples, row.bit_rate, false),
+                                                      settings_.samples, row.bit_rate, false, journal()),
                            path);
 }
 
-bool Document::record_overwrite(const std::wstring&)
+bool Document::record_overwrite(const std::wstring& path)
 {
-    return false;
+    return record_into(path, false);
 }
 
-bool Document::record_append(const std::wstring&)
+bool Document::record_append(const std::wstring& path)
 {
-    return false;
+    return record_into(path, true);
 }
 
-bool Document::record_insert(const std::wstring&, int32_t)
+bool Document::record_into(const std::wstring& path, bool append)
 {
-    return false;
+    pending_changes_.state = true;
+    stop();
+    if (!prepare(path, path, append))
+        return false;
+    title_ = os::file_name_of(path);
+    return start_capture();
+}
+
+bool Document::record_insert(const std::wstring& target, int32_t position)
+{
+    // Stopped first: a recording under way merges into its own target.
+    stop();
+    insert_target_ = target;
+    insert_position_ = position;
+    const std::wstring temporary = numbered_name(os::folder_of(target), L"insert", L"tmp");
+    if (!prepare(target, temporary, false)) {
+        insert_target_.clear();
+        return false;
+    }
+    title_ = os::file_name_of(temporary) + L" for " + os::file_name_of(target);
+    if (!start_capture()) {
+        // A temporary file already made stays where it is.
+        insert_target_.clear();
+        return false;
+    }
+    return true;
+}
+
+bool Document::prepare(const std::wstring& model, const std::wstring& target, bool keep_marks)
+{
+    recorder_ = audio::create_recorder_like(model);
+    if (!recorder_) {
+        os::log() << "record: no recorder in the format of " << model << "\n";
+        return false;
+    }
+    int32_t old_length = 0;
+    record_chain_ = audio::create_record_chain_like(model, target, keep_marks, &old_length, journal());
+    if (!record_chain_) {
+        os::log() << "record: can't write " << target << " in the format of " << model << "\n";
+        recorder_.reset();
+        return false;
+    }
+    if (keep_marks) {
+        // The new part begins at the old end of the audio.
+        RangeMarks marks;
+        marks.load(side_file_of(target));
+        marks.add_mark(old_length, L"Bookmark");
+        if (!marks.save(side_file_of(target)))
+            os::log() << "record: can't write the marks of " << target << "\n";
+    }
+    record_path_ = target;
+    return true;
 }
 
 bool Document::start_recording(std::unique_ptr<audio::RecordChain> chain, const std::wstring& path)
@@ -195,7 +255,59 @@ bool Document::stop_recording()
     record_chain_.reset();
     audio::play_system_sound(L"RecEnd.wav");
     os::log() << "record: stopped " << record_path_ << "\n";
+    if (!insert_target_.empty())
+        merge_insert();
     return true;
+}
+
+void Document::merge_insert()
+{
+    const std::wstring target = insert_target_;
+    const std::wstring recorded = record_path_;
+    const std::wstring output = numbered_name(os::folder_of(target), L"insert", L"tmp");
+    // No second stop repeats the merge.
+    insert_target_.clear();
+    record_path_.clear();
+    std::unique_ptr<audio::PlayChain> old_audio = audio::create_play_chain(target, nullptr);
+    std::unique_ptr<audio::PlayChain> new_audio = audio::create_play_chain(recorded, nullptr);
+    std::unique_ptr<audio::RecordChain> out =
+        audio::create_record_chain_like(recorded, output, false, nullptr, journal());
+    if (!out || !new_audio) {
+        os::log() << "record: can't merge " << recorded << " into " << target << "; both stay as they are\n";
+        return;
+    }
+    audio::FileReader* head = old_audio ? old_audio->get_reader() : nullptr;
+    audio::FileReader* insert = new_audio->get_reader();
+    const bool target_open = head && head->is_open();
+    if (target_open && out->attach_reader(*head))
+        head->transfer_position(insert_position_);
+    const int32_t inserted = insert->get_length();
+    if (insert->is_open() && out->attach_reader(*insert))
+        insert->transfer_position(inserted);
+    if (target_open) {
+        const int32_t end_of_insert = out->get_writer()->get_position();
+        if (out->attach_reader(*head))
+            head->transfer_position(head->get_length() - head->get_position());
+        RangeMarks marks, made;
+        marks.load(side_file_of(target));
+        made.load(side_file_of(recorded));
+        marks.splice(insert_position_, inserted, made);
+        marks.add_mark(insert_position_, L"Bookmark");
+        marks.add_mark(end_of_insert, L"Bookmark");
+        if (!marks.save(side_file_of(target)))
+            os::log() << "record: can't write the marks of " << target << "\n";
+    }
+    // The readers go first: a reader with a decoder cuts its link, which
+    // leads into the output's writer now. Closing the output writes its
+    // final header.
+    old_audio.reset();
+    new_audio.reset();
+    out.reset();
+    os::FileAttributes(target).remove();
+    os::FileAttributes(recorded).remove();
+    os::FileAttributes(side_file_of(recorded)).remove();
+    if (!os::FileAttributes(output).rename(target))
+        os::log() << "record: the merged file stays as " << output << "\n";
 }
 
 bool Document::is_record_paused() const

@@ -148,3 +148,89 @@ TEST(DocumentRecord, QuillctlRecordAndStopIntoARunningProgramKeepTheInput)
     EXPECT_TRUE(samples.substr(0, input.size()) == input);
     EXPECT_EQ(samples.substr(input.size()).find_first_not_of('\0'), std::string::npos);
 }
+
+TEST(DocumentRecord, OverwriteAppendAndInsertKeepTheOldAudioAndMarkWhereTheNewBegins)
+{
+    test::PrivateHome home;
+    test::TempDir dir;
+    const std::string input = use_speech_input(dir, false);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    Document doc(wide(home.app_data() / "Quillaphonics.xml"));
+    const fs::path base = dir / "base.wav";
+    ASSERT_EQ(test::run("sox -n -r 8000 -b 16 -c 1 '" + base.string() + "' synth 1 sine 300 gain -3"), 0);
+    ASSERT_EQ(test::run("sox '" + base.string() + "' -e ms-adpcm '" + (dir / "base_adpcm.wav").string() + "'"), 0);
+    ASSERT_EQ(test::run("oggenc -Q -o '" + (dir / "base.ogg").string() + "' '" + base.string() + "'"), 0);
+    auto samples = [](const fs::path& f) {
+        std::string s;
+        EXPECT_EQ(test::run("sox '" + f.string() + "' -t raw -e signed-integer -b 16 -", &s), 0);
+        return s;
+    };
+    auto marks = [](const fs::path& f) {
+        std::string out;
+        test::quillctl("marks '" + f.string() + "'", &out);
+        return out;
+    };
+    auto record = [&](const std::function<bool()>& start) {
+        if (!start())
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        return doc.stop();
+    };
+    const std::string old = samples(base);
+
+    // Vorbis can't be written: both modes fail and leave the file as it was.
+    const std::string ogg = test::read_file(dir / "base.ogg");
+    EXPECT_FALSE(doc.record_overwrite(wide(dir / "base.ogg")));
+    EXPECT_FALSE(doc.record_append(wide(dir / "base.ogg")));
+    EXPECT_FALSE(doc.is_recording());
+    EXPECT_TRUE(test::read_file(dir / "base.ogg") == ogg);
+
+    // Append to a WAV of 8000 Hz while the settings say 22050: the file's
+    // format goes on, the old samples first, a mark at the old end (bytes).
+    fs::copy_file(base, dir / "appended.wav");
+    ASSERT_TRUE(record([&] { return doc.record_append(wide(dir / "appended.wav")); }));
+    std::string got = samples(dir / "appended.wav");
+    std::string info;
+    test::run("soxi -r '" + (dir / "appended.wav").string() + "'", &info);
+    EXPECT_EQ(info, "8000\n");
+    ASSERT_GT(got.size(), old.size() + 10000);
+    EXPECT_TRUE(got.substr(0, old.size()) == old);
+    EXPECT_TRUE(got.substr(old.size(), 10000) == input.substr(0, 10000));
+    EXPECT_EQ(marks(dir / "appended.wav"), "Bookmark\t16000\t1.000\t-1\n");
+
+    // Overwrite: the old format, only the new audio.
+    fs::copy_file(base, dir / "overwritten.wav");
+    ASSERT_TRUE(record([&] { return doc.record_overwrite(wide(dir / "overwritten.wav")); }));
+    got = samples(dir / "overwritten.wav");
+    EXPECT_TRUE(got.substr(0, 10000) == input.substr(0, 10000));
+
+    // Insert into PCM at byte 6000 and into ADPCM at block 3: head, the new
+    // audio, tail; a mark at each end of the new part; no temporary left.
+    fs::copy_file(base, dir / "inserted.wav");
+    ASSERT_TRUE(record([&] { return doc.record_insert(wide(dir / "inserted.wav"), 6000); }));
+    got = samples(dir / "inserted.wav");
+    const std::size_t added = got.size() - old.size();
+    EXPECT_TRUE(got.substr(0, 6000) == old.substr(0, 6000));
+    EXPECT_TRUE(got.substr(6000, 10000) == input.substr(0, 10000));
+    EXPECT_TRUE(got.substr(6000 + added) == old.substr(6000));
+    EXPECT_EQ(marks(dir / "inserted.wav"),
+              "Bookmark\t6000\t0.375\t-1\nBookmark\t" + std::to_string(6000 + added) + "\t" +
+                  std::to_string((6000 + added) / 16000) + "." +
+                  std::to_string((6000 + added) % 16000 * 1000 / 16000 + 1000).substr(1) + "\t-1\n");
+
+    const fs::path adpcm = dir / "base_adpcm.wav";
+    const std::string old_adpcm = samples(adpcm);
+    // Samples per block, from the "fmt " chunk sox writes first: its
+    // wSamplesPerBlock sits at byte 38 of the file.
+    const std::string header = test::read_file(adpcm).substr(0, 40);
+    const std::size_t block_bytes = 2 * (static_cast<unsigned char>(header[38]) |
+                                         static_cast<unsigned char>(header[39]) << 8);
+    ASSERT_TRUE(record([&] { return doc.record_insert(wide(adpcm), 3); }));
+    got = samples(adpcm);
+    const std::size_t head = 3 * block_bytes;
+    ASSERT_GT(got.size(), old_adpcm.size());
+    EXPECT_TRUE(got.substr(0, head) == old_adpcm.substr(0, head));
+    EXPECT_TRUE(got.substr(got.size() - (old_adpcm.size() - head)) == old_adpcm.substr(head));
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        EXPECT_NE(entry.path().extension(), ".tmp") << entry.path();
+}
