@@ -4,7 +4,7 @@
 // repair (the periodic patch) and whole after it; the start-up repair takes
 // the files out of the journal, leaves the chunks other programs put behind
 // the audio alone, and an append continues a crashed file with its old audio
-// untouched.
+// untouched, and a writer that closes takes its file out of the journal.
 #include "audio/adpcm_codec.h"
 #include "audio/encoder_mp3.h"
 #include "audio/file_writer_mp3.h"
@@ -214,12 +214,16 @@ TEST(RecordingCrash, AppendContinuesACrashedFileAndRepairSparesOtherChunks)
     const std::string old = test::read_file(pcm);
     ASSERT_GT(old.size(), 44 + kid.pushed / 2);
     EXPECT_LT(sox_s16(pcm).size(), kid.pushed) << "without a journal nothing patches the header";
+    const os::RecordingJournal journal(wide(dir / "recordings.journal"));
     {
-        audio::FileWriterWAVPCM w(wide(pcm), true);
+        audio::FileWriterWAVPCM w(wide(pcm), true, &journal);
         EXPECT_TRUE(w.is_good());
         EXPECT_EQ(w.get_position(), static_cast<std::int32_t>(old.size() - 44));
         w.on_data(record_of(stream, 0));
+        ASSERT_EQ(journal.entries().size(), 1u);
+        EXPECT_EQ(journal.entries()[0].file, wide(pcm));
     }
+    EXPECT_TRUE(journal.entries().empty()) << "a writer that closes takes its entry out";
     const std::string grown = test::read_file(pcm);
     EXPECT_EQ(grown.substr(44, old.size() - 44), old.substr(44));
     EXPECT_EQ(sox_s16(pcm), old.substr(44) + stream.substr(0, kRecord));
