@@ -128,6 +128,18 @@ public:
     // remote control's row `format_index` (0..8), with rate, bits and
     // channels from the settings. False for another index.
     bool record_to(const std::wstring& path, int format_index);
+    // What is being recorded, for the status record: the writer's position
+    // (its format's unit), the chain's format name and bit rate (bits per
+    // second) and the recorder's format. Zeros and empty when not recording.
+    struct RecordStatus {
+        int32_t position = 0;
+        std::wstring format;
+        int32_t bit_rate = 0;
+        int32_t rate = 0;
+        int32_t bits = 0;
+        int32_t channels = 0;
+    };
+    RecordStatus record_status() const;
     // Stop, and record into the existing file `path` in its own format,
     // whatever the settings say: anew, or continued at its end, where a
     // mark "Bookmark" is set. False, the file as it was, for a format that

@@ -343,3 +343,17 @@ void Document::on_record_timer()
     changes.position = true;
     notify_views(changes);
 }
+
+Document::RecordStatus Document::record_status() const
+{
+    RecordStatus s;
+    if (!recorder_ || !record_chain_)
+        return s;
+    s.position = record_chain_->get_writer()->get_position();
+    s.format = record_chain_->get_format();
+    s.bit_rate = record_chain_->get_encoder()->get_bitrate();
+    s.rate = recorder_->get_samples_per_sec();
+    s.bits = recorder_->get_bits();
+    s.channels = recorder_->get_channels();
+    return s;
+}

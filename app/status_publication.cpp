@@ -117,9 +117,29 @@ int32_t StatusPublication::handle(int32_t command)
     return answer(ok) ? 1 : 0;
 }
 
+status::CQuillaphonicsStatus StatusPublication::recording_status() const
+{
+    status::CQuillaphonicsStatus s;
+    const Document::RecordStatus r = document_.record_status();
+    s.state = document_.is_paused() ? s.kRecordPaused : s.kRecording;
+    s.path = document_.record_file_path();
+    s.length = r.position;
+    s.position = r.position;
+    s.format = r.format == audio::kFormatMP3 ? 0 : 1;
+    s.rate = r.rate;
+    s.bits = r.bits;
+    s.kbps = r.bit_rate / 1000;
+    s.stereo = r.channels == 2 ? 1 : 0;
+    // The elapsed time comes with the record path's time meter.
+    s.time_ms = 0;
+    return s;
+}
+
 status::CQuillaphonicsStatus StatusPublication::build_status() const
 {
     status::CQuillaphonicsStatus s;
+    if (document_.is_recording())
+        return recording_status();
     audio::FileReader* r = document_.reader();
     if (!document_.is_playing() || !r)
         return s;

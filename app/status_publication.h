@@ -36,6 +36,8 @@ public:
     int32_t handle(int32_t command);
     // The status as command 7 answers it.
     status::CQuillaphonicsStatus build_status() const;
+    // The record of a recording: its file, how far the writer has come.
+    status::CQuillaphonicsStatus recording_status() const;
     // The clipboard in use (null before publish unless one was given).
     void use_clipboard(std::unique_ptr<status::CCommClipboard> clipboard) { clipboard_ = std::move(clipboard); }
 
