@@ -214,11 +214,10 @@ void write_equalizer(os::XmlNode node, const EqualizerSettings& band)
 
 // Only "Task" elements are tasks; anything else inside "Schedule" is ignored
 // like any unknown element.
-void read_schedule(const os::XmlNode& node, std::vector<ScheduleTask>& schedule)
+void read_schedule(const os::XmlNode& node, Schedule& schedule)
 {
-    std::vector<ScheduleTask> tasks;
+    Schedule tasks;
     int count = node.child_count();
-    tasks.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         os::XmlNode child = node.child_at(i);
         if (child.name() != L"Task")
@@ -226,9 +225,9 @@ void read_schedule(const os::XmlNode& node, std::vector<ScheduleTask>& schedule)
         ScheduleTask task;
         read_date_time(child, L"Begin", task.begin);
         read_date_time(child, L"End", task.end);
-        tasks.push_back(task);
+        tasks.append(task);
     }
-    schedule.swap(tasks);
+    schedule = tasks;
 }
 
 // Moves a file that does not parse out of the way, so the save at shutdown
@@ -320,7 +319,7 @@ void Settings::save_to(os::XmlDocument& doc) const
     write_equalizer(root.add_child(L"Equalizer2"), equalizer2);
     write_equalizer(root.add_child(L"Equalizer3"), equalizer3);
     os::XmlNode node = root.add_child(L"Schedule");
-    for (const ScheduleTask& task : schedule) {
+    for (const ScheduleTask& task : schedule.tasks()) {
         os::XmlNode child = node.add_child(L"Task");
         child.set_attribute(L"Begin", task.begin.to_text());
         child.set_attribute(L"End", task.end.to_text());

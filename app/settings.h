@@ -1,6 +1,6 @@
 #pragma once
 
-#include "os/date_time.h"
+#include "app/schedule.h"
 
 #include <string>
 #include <vector>
@@ -21,14 +21,6 @@ struct EqualizerSettings {
     bool active = false;
 
     bool operator==(const EqualizerSettings&) const = default;
-};
-
-// A span of local time in which the program records by itself.
-struct ScheduleTask {
-    os::DateTime begin;
-    os::DateTime end;
-
-    bool operator==(const ScheduleTask&) const = default;
 };
 
 // All user settings: a plain record with its defaults built in, and its XML
@@ -123,7 +115,7 @@ public:
     // normal and half speed only.
     bool stretch_any_speed = false;
     // Recording spans, sorted by begin; kept in file order when loaded.
-    std::vector<ScheduleTask> schedule;
+    Schedule schedule;
     int booster = 0; // level filter indexes 0..3
     int noise = 0;
     int limiter = 0;

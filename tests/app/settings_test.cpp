@@ -491,7 +491,7 @@ TEST_F(SettingsTest, KillDuringSaveLeavesALoadableFile)
     Settings large = every_value_changed();
     large.monitor = true; // not in the file
     for (int i = 0; i < 400; ++i)
-        large.schedule.push_back({at(2030, 1, 1 + i % 28, i % 24, 0, 0), at(2030, 1, 1 + i % 28, i % 24, 30, 0)});
+        large.schedule.append({at(2030, 1, 1 + i % 28, i % 24, 0, 0), at(2030, 1, 1 + i % 28, i % 24, 30, 0)});
     ASSERT_TRUE(small.save(wide(file)));
 
     constexpr int kRounds = 40;
