@@ -13,15 +13,14 @@ namespace {
 constexpr std::int32_t kHopsPerSecond = 50;
 constexpr std::int32_t kSeeksPerSecond = 100;
 constexpr std::int32_t kCoarseRate = 4000;
+constexpr int kWeightShift = 32;
 
 std::int32_t sample_at(const PCMData& in, std::int64_t index)
 {
     const std::uint8_t* p = in.bytes.data();
     if (in.bits == 8)
         return std::int32_t(p[index]) - 128;
-    std::int16_t v;
-    std::memcpy(&v, p + index * 2, 2);
-    return v;
+    return static_cast<std::int16_t>(p[index * 2] | (p[index * 2 + 1] << 8));
 }
 
 void put_sample(std::uint8_t* dst, std::int64_t index, int bits, std::int32_t v)
@@ -77,6 +76,12 @@ TimeStretch::Shape TimeStretch::shape_of(std::int32_t rate)
 std::int32_t TimeStretch::mono(const PCMData& in, std::int64_t f)
 {
     std::int32_t sum = 0;
+    if (in.bits == 16) {
+        const std::uint8_t* p = in.bytes.data() + f * in.channels * 2;
+        for (std::int32_t c = 0; c < in.channels; ++c, p += 2)
+            sum += static_cast<std::int16_t>(p[0] | (p[1] << 8));
+        return sum;
+    }
     for (std::int32_t c = 0; c < in.channels; ++c)
         sum += sample_at(in, f * in.channels + c);
     return sum;
@@ -118,36 +123,49 @@ std::int64_t TimeStretch::best_match(const PCMData& in, std::int64_t lo, std::in
         }
     }
 
-    // Fine: every frame within one coarse step of the coarse answer.
-    const std::int64_t from = std::max<std::int64_t>(coarse_best - step, 0);
-    const std::int64_t to = std::min<std::int64_t>(coarse_best + step, hi - lo);
-    std::int64_t fine_best = coarse_best;
-    best = -1e300;
-    for (std::int64_t a = from; a <= to; ++a) {
+    // Then every third frame within one coarse step, on every other sample,
+    // and last every frame within two of that.
+    std::int64_t best_at = refine(coarse_best - step, coarse_best + step, 3, 2, hi - lo, hop);
+    best_at = refine(best_at - 2, best_at + 2, 1, 1, hi - lo, hop);
+    return lo + best_at;
+}
+
+std::int64_t TimeStretch::refine(std::int64_t from, std::int64_t to, std::int64_t every, std::int32_t stride,
+                                 std::int64_t last, std::int32_t hop) const
+{
+    from = std::max<std::int64_t>(from, 0);
+    to = std::min(to, last);
+    std::int64_t best_at = from;
+    double best = -1e300;
+    for (std::int64_t a = from; a <= to; a += every) {
         std::int64_t correlation = 0, energy = 0;
         const std::int32_t* r = region_.data() + a;
-        for (std::int32_t m = 0; m < hop; ++m) {
-            correlation += std::int64_t(target_[static_cast<std::size_t>(m)]) * r[m];
+        const std::int32_t* t = target_.data();
+        for (std::int32_t m = 0; m < hop; m += stride) {
+            correlation += std::int64_t(t[m]) * r[m];
             energy += std::int64_t(r[m]) * r[m];
         }
         const double score = likeness(correlation, energy);
         if (score > best) {
             best = score;
-            fine_best = a;
+            best_at = a;
         }
     }
-    return lo + fine_best;
+    return best_at;
 }
 
 void TimeStretch::cross_fade(const PCMData& in, std::int64_t from, std::int64_t to, std::int32_t count,
                              std::uint8_t* dst)
 {
+    // Weights in Q32: the piece's grows by 1 / count a frame.
     const std::int32_t ch = in.channels;
+    const std::int64_t rise = (std::int64_t(1) << kWeightShift) / count;
     for (std::int32_t i = 0; i < count; ++i) {
+        const std::int64_t w = rise * i, keep = (std::int64_t(1) << kWeightShift) - w;
         for (std::int32_t c = 0; c < ch; ++c) {
-            const std::int64_t out = std::int64_t(sample_at(in, (from + i) * ch + c)) * (count - i) +
-                                     std::int64_t(sample_at(in, (to + i) * ch + c)) * i;
-            put_sample(dst, std::int64_t(i) * ch + c, in.bits, static_cast<std::int32_t>(out / count));
+            const std::int64_t out = std::int64_t(sample_at(in, (from + i) * ch + c)) * keep +
+                                     std::int64_t(sample_at(in, (to + i) * ch + c)) * w;
+            put_sample(dst, std::int64_t(i) * ch + c, in.bits, static_cast<std::int32_t>(out >> kWeightShift));
         }
     }
 }

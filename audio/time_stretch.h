@@ -13,7 +13,7 @@ namespace audio {
 // the natural continuation of the last piece taken into the piece of input,
 // near where the speed says the stream should stand, that looks most like
 // that continuation (searched 10 ms either way, coarse on a 4 kHz average of
-// the channels, then frame by frame). All channels share the offsets, so the
+// the channels, then finer and finer). All channels share the offsets, so the
 // stereo image stays. Sample work is integer; only the comparison of
 // candidates divides in floating point.
 // Threads: the caller's (the stretch filter, under its lock). Units: speed in
@@ -53,6 +53,10 @@ private:
     // The start, within [lo, hi], of the piece of `hop` frames most like the
     // one at `prev_`.
     std::int64_t best_match(const PCMData& in, std::int64_t lo, std::int64_t hi, const Shape& shape);
+    // The best start among from..to (within 0..last) every `every` frames,
+    // comparing every `stride`-th frame of the hop.
+    std::int64_t refine(std::int64_t from, std::int64_t to, std::int64_t every, std::int32_t stride,
+                        std::int64_t last, std::int32_t hop) const;
     // Writes `count` frames: the continuation at `from` faded out, the
     // piece at `to` faded in.
     static void cross_fade(const PCMData& in, std::int64_t from, std::int64_t to, std::int32_t count,
