@@ -4,22 +4,14 @@
 // than its ranges and its file could hold: a route that never ends is a hang.
 #include "audio/file_reader_wma.h"
 #include "audio/play_chain.h"
-#include "liba/text.h"
-#include "os/file.h"
+#include "fuzz_files.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
-#include <unistd.h>
 
 namespace {
-
-std::string g_folder;
-std::string g_tag;
-
-std::wstring input_path() { return liba::from_utf8(g_folder + "/input-" + g_tag + ".bin"); }
 
 // Up to 8 marks: a count, then 5 bytes each (position little-endian, play).
 audio::RouteMarks marks_of(const uint8_t*& data, size_t& size)
@@ -62,14 +54,8 @@ void pull_to_end(audio::PlayChain& chain, size_t most_records)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    g_folder = (std::filesystem::temp_directory_path() / "fuzz_route").string();
-    std::error_code ignored;
-    std::filesystem::create_directories(g_folder, ignored);
-    g_tag = std::to_string(getpid());
-    // The readers log what they refuse; keep that away from the user's home.
-    setenv("HOME", g_folder.c_str(), 1);
-    setenv("XDG_CONFIG_HOME", g_folder.c_str(), 1);
-    setenv("XDG_DATA_HOME", g_folder.c_str(), 1);
+    // The readers log what they refuse.
+    fuzz::init_scratch("fuzz_route");
     // The media service is a library's parser, not ours, and starting it for
     // every random input would only slow the search.
     audio::FileReaderWMA::set_service_allowed(false);
@@ -79,12 +65,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     audio::RouteMarks marks = marks_of(data, size);
-    const std::wstring path = input_path();
-    {
-        os::File f(path, os::File::kWrite);
-        if (size != 0 && f.write(data, size) != size)
-            std::abort();
-    }
+    const std::wstring path = fuzz::scratch_file("input-", ".bin");
+    fuzz::put_file(path, data, size);
     // Every record holds at least one byte's worth of the file, once per
     // range at most.
     const size_t most = (marks.size() + 2) * (size + 1) + 16;
@@ -92,7 +74,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         pull_to_end(*plain, most);
     if (auto routed = audio::create_play_chain(path, &marks))
         pull_to_end(*routed, most);
-    std::error_code ignored;
-    std::filesystem::remove(liba::to_utf8(path), ignored);
+    fuzz::remove_file(path);
     return 0;
 }

@@ -6,29 +6,17 @@
 #include "audio/file_reader_wav.h"
 #include "audio/gsm_codec.h"
 #include "audio/wav_info.h"
-#include "liba/text.h"
+#include "fuzz_files.h"
 
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
-std::string g_folder;
-std::string g_tag;
-
-std::wstring file_in_folder(const char* name) { return liba::from_utf8(g_folder + "/" + name + g_tag + ".wav"); }
-
-void put_file(const std::wstring& path, const uint8_t* data, size_t size)
-{
-    os::File f(path, os::File::kWrite);
-    if (size != 0 && f.write(data, size) != size)
-        std::abort();
-}
+std::wstring file_in_folder(const char* name) { return fuzz::scratch_file(name, ".wav"); }
 
 // Counts what reaches it and keeps nothing.
 template <class T>
@@ -155,23 +143,15 @@ void decode_raw(const uint8_t* data, size_t size)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    // One folder for every run of this fuzzer; the files in it are named
-    // by process, so parallel jobs keep apart, and go after each input.
-    g_folder = (std::filesystem::temp_directory_path() / "fuzz_wav").string();
-    std::error_code ignored;
-    std::filesystem::create_directories(g_folder, ignored);
-    g_tag = std::to_string(getpid());
-    // The readers log what they refuse; keep that away from the user's home.
-    setenv("HOME", g_folder.c_str(), 1);
-    setenv("XDG_CONFIG_HOME", g_folder.c_str(), 1);
-    setenv("XDG_DATA_HOME", g_folder.c_str(), 1);
+    // The readers log what they refuse.
+    fuzz::init_scratch("fuzz_wav");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::wstring path = file_in_folder("input-");
-    put_file(path, data, size);
+    fuzz::put_file(path, data, size);
     read_pcm(path);
     read_blocks<audio::FileReaderWAVADPCM, audio::DecoderADPCM>(path);
     read_blocks<audio::FileReaderWAVGSM, audio::DecoderGSM>(path);
@@ -179,8 +159,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     round_trip<audio::WAVInfoADPCM>(path);
     round_trip<audio::WAVInfoGSM>(path);
     decode_raw(data, size);
-    std::error_code ignored;
-    std::filesystem::remove(liba::to_utf8(path), ignored);
-    std::filesystem::remove(liba::to_utf8(file_in_folder("again-")), ignored);
+    fuzz::remove_file(path);
+    fuzz::remove_file(file_in_folder("again-"));
     return 0;
 }
