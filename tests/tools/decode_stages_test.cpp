@@ -19,27 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string quote(const std::string& s)
-{
-    std::string out = "'";
-    for (char c : s)
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-std::string run_out(const std::string& command)
-{
-    std::string out;
-    EXPECT_EQ(test::run(command, &out), 0) << command;
-    return out;
-}
-
-fs::path one_media(const std::string& name)
-{
-    auto found = test::media(name);
-    EXPECT_EQ(found.size(), 1u) << name;
-    return found.empty() ? fs::path() : found[0];
-}
+using test::one_media;
+using test::quote;
+using test::run_out;
 
 // Raw 16-bit samples of quillctl decode with `options`.
 std::string decode(const fs::path& f, const std::string& options)
