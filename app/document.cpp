@@ -45,7 +45,8 @@ Document::View::~View()
         d->views_.erase(std::remove(d->views_.begin(), d->views_.end(), this), d->views_.end());
 }
 
-Document::Document(const std::wstring& settings_path) : settings_path_(settings_path)
+Document::Document(const std::wstring& settings_path)
+    : wake_up_([this] { on_wakeup_due(); }), settings_path_(settings_path)
 {
     if (instance_ != nullptr)
         liba::fatal(L"Document::Document()", L"Document is already instantiated");
@@ -60,6 +61,11 @@ Document::Document(const std::wstring& settings_path) : settings_path_(settings_
     player_.set_volume(settings_.volume);
     set_speed(settings_.speed, settings_.pitch_lock);
     play_order_.build(0, -1, settings_.mode);
+    // The system's timer was registered when the schedule was last applied;
+    // where there is none, this running program takes the moment itself.
+    const int next = settings_.schedule.next_after(os::DateTime::now());
+    if (next >= 0)
+        wake_up_.arm_local(L"%app_full_name%", settings_.schedule.task(next).begin);
 }
 
 Document::~Document()
@@ -283,6 +289,7 @@ bool Document::stop()
 {
     pending_changes_.state = true;
     item_open_ = false;
+    stop_time_ = os::DateTime();
     if (is_recording())
         return stop_recording();
     if (play_chain_) {
@@ -382,6 +389,7 @@ void Document::apply_settings(const Settings& new_settings)
     if (!settings_.save(settings_path_))
         os::log() << "Document: can't write the settings\n";
     play_order_.change_mode(settings_.mode);
+    arm_wakeup();
 }
 
 void Document::end_of_item()
@@ -410,6 +418,13 @@ void Document::end_of_item()
 void Document::on_timer()
 {
     if (is_recording()) {
+        if (stop_time_passed()) {
+            stop();
+            ChangeFlags changes;
+            changes.position = changes.state = true;
+            notify_views(changes);
+            return;
+        }
         on_record_timer();
         return;
     }

@@ -12,6 +12,7 @@
 #include "files/range_marks.h"
 #include "liba/nocopy.h"
 #include "os/date_time.h"
+#include "os/wake_up.h"
 #include "playlist/playlist_entry.h"
 
 #include <array>
@@ -174,6 +175,17 @@ public:
     // Takes the record, writes the settings file and rebuilds the order for
     // its mode.
     void apply_settings(const Settings& new_settings);
+    // The scheduled recording whose span holds the present moment, unless a
+    // recording runs: it starts in the settings' "Folder", ends at the span's
+    // end and leaves the schedule. Returns its file; empty when nothing
+    // started, and then only the next wake-up is armed.
+    std::wstring run_due_schedule();
+    // Registers the start of the next task of the schedule with the
+    // system's wake-up; with none left it clears a name that is not the
+    // program's, so what was registered before stays.
+    void arm_wakeup();
+    // When the scheduled recording under way ends; null when none does.
+    const os::DateTime& stop_time() const { return stop_time_; }
     // The 0.2-second poll: the end of an item (or its failed open) moves on by
     // the mode; while playing the views hear that the position moved.
     void on_timer();
@@ -210,6 +222,11 @@ private:
     void set_record_paused(bool paused);
     bool recording_healthy() const;
     void on_record_timer();
+    // The schedule side (document_schedule.cpp).
+    // The running program's own wake-up came: as a start with "AppRunAtTime".
+    void on_wakeup_due();
+    // Whether the end of the scheduled recording under way has passed.
+    bool stop_time_passed() const;
 
     static Document* instance_;
 
@@ -250,6 +267,10 @@ private:
     // The file the recording goes into at stop; empty when none.
     std::wstring insert_target_;
     int32_t insert_position_ = 0;
+
+    // The end of the scheduled recording under way; null when none.
+    os::DateTime stop_time_;
+    os::WakeUp wake_up_;
 
     std::wstring settings_path_;
     Settings settings_;

@@ -39,6 +39,9 @@ void HeadlessShell::act(const std::wstring& line)
     ++handled_;
     if (line == kRunAtTimeCommand) {
         os::log() << "command line: scheduled recording is due\n";
+        const std::wstring path = document_.run_due_schedule();
+        if (!path.empty())
+            os::log() << "command line: recording " << path << "\n";
     } else if (line.empty()) {
         os::log() << "command line: bring the program up\n";
     } else {

@@ -192,7 +192,7 @@ WakeUp::Armed WakeUp::arm(const std::wstring& executable, const DateTime& when, 
           << "; only this running program starts " << exe << " " << arg << " at " << calendar_text(when) << "\n";
     if (!CActiveScheduler::exists())
         return kNotArmed;
-    arm_local(exe, when);
+    start_local(exe, when);
     return kLocalOnly;
 }
 
@@ -225,7 +225,14 @@ bool WakeUp::arm_timer(const std::string& executable, const DateTime& when, cons
     return false;
 }
 
-void WakeUp::arm_local(const std::string& executable, const DateTime& when)
+void WakeUp::arm_local(const std::wstring& executable, const DateTime& when)
+{
+    if (!CActiveScheduler::exists() || when.is_null())
+        return;
+    start_local(liba::to_utf8(expand_path(executable)), when);
+}
+
+void WakeUp::start_local(const std::string& executable, const DateTime& when)
 {
     local_executable_ = executable;
     local_when_ = when;

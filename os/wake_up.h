@@ -45,6 +45,10 @@ public:
     // `when` only drops it.
     Armed arm(const std::wstring& executable, const DateTime& when, const std::wstring& argument);
 
+    // Arms only this process's own timer for `executable` at `when`: a
+    // running program's stand-in for a registration made before it started.
+    // Nothing without the process's scheduler.
+    void arm_local(const std::wstring& executable, const DateTime& when);
     bool local_timer_armed() const { return local_.is_active(); }
     // The start of the unit names of an executable's timers.
     static std::string unit_prefix(const std::string& executable);
@@ -57,7 +61,7 @@ private:
                    bool wake_system, bool* manager_answers);
     std::string fresh_unit_name(const std::string& executable);
     std::vector<std::string> systemctl(std::initializer_list<std::string> args) const;
-    void arm_local(const std::string& executable, const DateTime& when);
+    void start_local(const std::string& executable, const DateTime& when);
     void start_local_step();
     void on_timer(liba::Timer& timer) override;
 
