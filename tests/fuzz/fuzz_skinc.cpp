@@ -4,6 +4,10 @@
 #include "skinner/skin_description.h"
 #include "tools/skinc/skin_source.h"
 #include "tools/skinc/skin_writer.h"
+#include "tools/skinc/svg_writer.h"
+
+#include <png.h>
+#include <pugixml.hpp>
 
 #include <cstdint>
 #include <cstdlib>
@@ -36,6 +40,47 @@ void check(const SkinDescription& d, uint32_t node, const skinc::Property& p)
     }
     if (!same)
         std::abort();
+}
+
+// A 2x2 PNG for every picture the drawings ask for, names with a 'q' aside.
+bool read_picture(const std::wstring& name, std::wstring& file, std::string& bytes)
+{
+    static const std::string png = [] {
+        const uint8_t pixels[16] = {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255};
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        image.width = image.height = 2;
+        image.format = PNG_FORMAT_RGBA;
+        std::string out(1024, '\0');
+        png_alloc_size_t size = out.size();
+        if (!png_image_write_to_memory(&image, out.data(), &size, 0, pixels, 0, nullptr))
+            std::abort();
+        out.resize(size);
+        return out;
+    }();
+    if (name.find(L'q') != std::wstring::npos)
+        return false;
+    file = name + L".png";
+    bytes = png;
+    return true;
+}
+
+void check_drawings(const skinc::SkinSource& source, int scale)
+{
+    std::vector<skinc::FormDrawing> drawings;
+    std::wstring error;
+    if (!skinc::draw_forms(source, scale, read_picture, drawings, error)) {
+        if (error.rfind(L"skin.xml:", 0) != 0)
+            std::abort();
+        return;
+    }
+    if (drawings.size() != source.forms.size())
+        std::abort();
+    for (const skinc::FormDrawing& d : drawings) {
+        pugi::xml_document doc;
+        if (!doc.load_buffer(d.svg.data(), d.svg.size()))
+            std::abort();
+    }
 }
 
 } // namespace
@@ -89,5 +134,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         for (const skinc::Property& p : k.properties)
             check(d, node, p);
     }
+    check_drawings(source, 1 + int(size % 4));
     return 0;
 }

@@ -18,6 +18,9 @@ namespace {
 constexpr const wchar_t* kFormFont = L"14 1 0 0 Tahoma";
 // The panel templates nest at most this deep, as in the engine.
 constexpr int kDeepestPanel = 8;
+// Panels that show their own form over and over would multiply without end
+// within that depth; a drawing stops at this many controls.
+constexpr int kMostControls = 10000;
 
 // DejaVu Sans's vertical metrics in font units: the engine centres a line
 // of ascender plus descender, and SVG places text by its baseline.
@@ -394,8 +397,13 @@ private:
 
     void control(const Node& c, int depth)
     {
-        if (integer(c, L"Visible", 1) == 0)
+        if (integer(c, L"Visible", 1) == 0 || !error_.empty())
             return;
+        if (++drawn_ > kMostControls) {
+            error_ = source_.file + L":" + liba::int_to_text(c.line) + L": more than " +
+                     liba::int_to_text(kMostControls) + L" controls to draw through panels";
+            return;
+        }
         Box r;
         if (const Property* p = find(c, skinner::Table::kPoints, L"Position"))
             r.x = p->x * scale_, r.y = p->y * scale_;
@@ -468,6 +476,7 @@ private:
     const PictureReader& pictures_;
     std::map<std::wstring, Bitmap> bitmaps_;
     Box origin_; // of the panel being drawn, on the form
+    int drawn_ = 0; // controls so far
     int patterns_ = 0;
     int masks_ = 0;
     std::string defs_;
