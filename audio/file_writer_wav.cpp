@@ -103,7 +103,8 @@ void FileWriterWAV<Info, Data>::patch_header()
 {
     if (header.empty())
         return;
-    liba::put_le32(header.data() + kRiffSizeAt, info.data_offset + info.data_size - 8);
+    info.riff_size = info.data_offset + info.data_size - 8;
+    liba::put_le32(header.data() + kRiffSizeAt, info.riff_size);
     liba::put_le32(header.data() + header.size() - 4, info.data_size);
     if constexpr (!std::is_same_v<Info, WAVInfoPCM>) {
         if (fact_at != 0)
@@ -132,7 +133,6 @@ FileWriterWAV<Info, Data>::~FileWriterWAV()
     // A short write left its error in the file object; the header is
     // written all the same.
     file->clear_errors();
-    info.riff_size = info.data_offset + info.data_size - 8;
     patch_header();
     if (guard)
         ::fdatasync(file->handle());
