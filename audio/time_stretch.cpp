@@ -199,6 +199,11 @@ std::size_t TimeStretch::run(PCMData& out, const PCMData& in, bool flush)
     std::uint8_t* dst = block.writable();
     std::int64_t made = 0;
     for (;;) {
+        // A hop moves the stream on by hop x speed: never beyond the input,
+        // so that a flush has the rest to make and never too much made.
+        const std::int64_t after_q16 = (started_ ? nominal_q16_ : 0) + hop * speed_q16_;
+        if (after_q16 > (frames << 16))
+            break;
         if (!started_) {
             if (hop > frames)
                 break;
