@@ -45,6 +45,10 @@ struct ChangeFlags {
 // second, polls the stages for the end of an item and for failure.
 // Threads: main thread only. Times are seconds, positions the current
 // reader's own unit, volume 0..1.
+namespace skinner {
+class Form;
+}
+
 class Document : liba::Nocopy {
 public:
     // A listener, not owned. It adds itself to the Document's list when made
@@ -121,6 +125,10 @@ public:
     bool resume();
     // Ends playing. False when nothing was playing.
     bool stop();
+    // The same; a recording with more than kDrainQuietBytes still queued
+    // drains under a progress form over `owner` (null: a wait in place).
+    bool stop(skinner::Form* owner);
+    static constexpr int32_t kDrainQuietBytes = 100000;
     // Stops, and records a new file named by the "Record" settings in
     // `default_folder` (or where the settings say), in their format. False
     // when no chain or no capture device could be made.
@@ -217,7 +225,7 @@ private:
     bool start_capture();
     void drop_recording();
     // Ends capture, drains the buffer into the chain and closes the file.
-    bool stop_recording();
+    bool stop_recording(skinner::Form* owner = nullptr);
     bool is_record_paused() const;
     void set_record_paused(bool paused);
     bool recording_healthy() const;

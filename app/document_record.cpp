@@ -2,6 +2,7 @@
 // capture, the stop with its drain, pause and the failure path.
 #include "app/document.h"
 
+#include "app/complete_form.h"
 #include "audio/play_chain.h"
 #include "audio/system_sound.h"
 #include "files/range_marks.h"
@@ -240,7 +241,16 @@ void Document::drop_recording()
     record_chain_.reset();
 }
 
-bool Document::stop_recording()
+bool Document::stop(skinner::Form* owner)
+{
+    if (!is_recording())
+        return stop();
+    pending_changes_.state = true;
+    item_open_ = false;
+    return stop_recording(owner);
+}
+
+bool Document::stop_recording(skinner::Form* owner)
 {
     pending_changes_.select_path = record_path_;
     // Capture ends; what the device still held is dropped with the link.
@@ -248,6 +258,10 @@ bool Document::stop_recording()
     recorder_.reset();
     // Undoes a pause, so the next recording finds the path whole.
     audio::connect(record_input_, &active_buffer_);
+    if (owner && active_buffer_.pending_bytes() > kDrainQuietBytes) {
+        CompleteForm progress(owner, active_buffer_);
+        progress.run();
+    }
     while (active_buffer_.queued_records() > 0)
         std::this_thread::sleep_for(kDrainPoll);
     active_buffer_.reset();

@@ -1,18 +1,24 @@
 // Recording through the Document: the names of new files, and the remote
 // record and stop into the real program, with SDL's disk driver reading the
 // speech clip as its capture input.
+#include "app/complete_form.h"
 #include "app/document.h"
 #include "app/status_publication_wire.h"
 
+#include "liba/active.h"
 #include "liba/text.h"
 #include "os/date_time.h"
+#include "os/event_loop.h"
 #include "os/path.h"
 #include "os/unix_socket_server.h"
+#include "skinner/properties.h"
+#include "skinner/screen.h"
 #include "tests/app/program_runner.h"
 #include "tests/support/test_support.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -233,4 +239,50 @@ TEST(DocumentRecord, OverwriteAppendAndInsertKeepTheOldAudioAndMarkWhereTheNewBe
     EXPECT_TRUE(got.substr(got.size() - (old_adpcm.size() - head)) == old_adpcm.substr(head));
     for (const auto& entry : fs::directory_iterator(dir.path()))
         EXPECT_NE(entry.path().extension(), ".tmp") << entry.path();
+}
+
+TEST(DocumentRecord, TheDrainFormFillsItsBarAsTheBufferEmptiesAndClosesAtTheEnd)
+{
+    setenv("SDL_VIDEODRIVER", "offscreen", 1);
+    CActiveScheduler scheduler;
+    os::EventLoop loop(scheduler);
+    const skinner::Point size{240, 320};
+    skinner::Properties properties(wide(test::program_dir() / "skins" / "Default" / "Default.skin"), size);
+    skinner::Screen screen(loop, size);
+    skinner::Form owner(nullptr, properties, L"Main");
+
+    // A writer that takes 20 ms a record, and 30 records queued for it.
+    class SlowWriter : public audio::Consumer<audio::PCMData> {
+    public:
+        void on_data(const audio::PCMData&) override { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }
+    } writer;
+    audio::ActiveBuffer buffer;
+    audio::connect(buffer, &writer);
+    audio::PCMData record;
+    record.bytes = liba::ByteBlock(std::string(10000, '\1').data(), 10000);
+    record.channels = 1;
+    record.bits = 16;
+    record.rate = 22050;
+    for (int i = 0; i < 30; ++i)
+        buffer.on_data(record);
+
+    // The bar seen at each tick: it only grows, and is full when the form ends.
+    class WatchedForm : public CompleteForm {
+    public:
+        using CompleteForm::CompleteForm;
+        void on_timer(int id, int user_data) override
+        {
+            CompleteForm::on_timer(id, user_data);
+            seen.push_back(progress());
+        }
+        std::vector<double> seen;
+    } form(&owner, buffer);
+    form.run();
+    EXPECT_EQ(buffer.queued_records(), 0);
+    ASSERT_GE(form.seen.size(), 3u) << "30 records of 20 ms take several ticks of 0.1 s";
+    EXPECT_TRUE(std::is_sorted(form.seen.begin(), form.seen.end()));
+    EXPECT_LT(form.seen.front(), 1.0);
+    EXPECT_DOUBLE_EQ(form.seen.back(), 1.0);
+    EXPECT_FALSE(form.is_visible());
+    audio::connect(buffer, nullptr);
 }
