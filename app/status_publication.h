@@ -13,8 +13,7 @@ class Document;
 // The server of the status publication: numbered commands arrive on the
 // program's socket, owner-only, and run on the main thread against the
 // Document, reading their arguments from the shared clipboard and writing
-// their answers there. Commands 1 to 4 record, which answers false until
-// recording exists.
+// their answers there. Commands 1 to 4 start a recording.
 // Threads: construct, publish, stop and handle on the main thread; a thread
 // of its own accepts connections and waits for each command's result.
 class StatusPublication : liba::Nocopy {
