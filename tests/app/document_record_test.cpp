@@ -23,6 +23,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <regex>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -285,4 +286,38 @@ TEST(DocumentRecord, TheDrainFormFillsItsBarAsTheBufferEmptiesAndClosesAtTheEnd)
     EXPECT_DOUBLE_EQ(form.seen.back(), 1.0);
     EXPECT_FALSE(form.is_visible());
     audio::connect(buffer, nullptr);
+}
+
+TEST(DocumentRecord, AFullTargetStopsTheRecordingAtTheNextTickAndLeavesAValidFile)
+{
+    test::PrivateHome home;
+    test::TempDir dir;
+    const std::string input = use_speech_input(dir, false);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    Document doc(wide(home.app_data() / "Quillaphonics.xml"));
+    const fs::path file = dir / "full.wav";
+    // Files of this process may grow to 100,000 bytes; a write past that
+    // fails short instead of raising SIGXFSZ.
+    constexpr rlim_t kLimit = 100000;
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = old;
+    small.rlim_cur = kLimit;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    ASSERT_TRUE(doc.record_to(wide(file), 7));
+    // The 0.2-second tick of the program, until the Document stops by itself.
+    for (int tick = 0; tick < 100 && doc.is_recording(); ++tick) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        doc.on_timer();
+    }
+    const bool stopped = !doc.is_recording();
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, old_handler);
+    ASSERT_TRUE(stopped);
+    EXPECT_LE(fs::file_size(file), kLimit);
+    std::string samples;
+    ASSERT_EQ(test::run("sox '" + file.string() + "' -t raw -e signed-integer -b 16 -", &samples), 0);
+    EXPECT_GT(samples.size(), 50000u);
+    EXPECT_TRUE(samples == input.substr(0, samples.size()));
 }
