@@ -326,6 +326,8 @@ void Document::seek_fraction(double fraction)
 
 bool Document::add_bookmark()
 {
+    if (is_recording())
+        return add_record_bookmark();
     audio::FileReader* r = reader();
     if (!r)
         return false;

@@ -230,6 +230,8 @@ private:
     void set_record_paused(bool paused);
     bool recording_healthy() const;
     void on_record_timer();
+    // Marks how far the file being recorded has come, and saves the marks.
+    bool add_record_bookmark();
     // The schedule side (document_schedule.cpp).
     // The running program's own wake-up came: as a start with "AppRunAtTime".
     void on_wakeup_due();

@@ -183,12 +183,12 @@ bool Document::prepare(const std::wstring& model, const std::wstring& target, bo
         recorder_.reset();
         return false;
     }
+    bookmarks_.clear();
     if (keep_marks) {
         // The new part begins at the old end of the audio.
-        RangeMarks marks;
-        marks.load(side_file_of(target));
-        marks.add_mark(old_length, L"Bookmark");
-        if (!marks.save(side_file_of(target)))
+        bookmarks_.load(side_file_of(target));
+        bookmarks_.add_mark(old_length, L"Bookmark");
+        if (!bookmarks_.save(side_file_of(target)))
             os::log() << "record: can't write the marks of " << target << "\n";
     }
     record_path_ = target;
@@ -204,6 +204,7 @@ bool Document::start_recording(std::unique_ptr<audio::RecordChain> chain, const 
     }
     record_path_ = path;
     title_ = os::file_name_of(path);
+    bookmarks_.clear();
     recorder_ = std::make_unique<audio::RecorderPCM>(static_cast<uint32_t>(settings_.channels),
                                                      static_cast<uint32_t>(settings_.samples),
                                                      static_cast<uint32_t>(settings_.bits));
@@ -356,6 +357,15 @@ void Document::on_record_timer()
     ChangeFlags changes;
     changes.position = true;
     notify_views(changes);
+}
+
+bool Document::add_record_bookmark()
+{
+    pending_changes_.position = true;
+    bookmarks_.add_mark(record_chain_->get_writer()->get_position(), L"Bookmark");
+    if (!bookmarks_.save(side_file_of(record_path_)))
+        os::log() << "record: can't write the marks of " << record_path_ << "\n";
+    return true;
 }
 
 Document::RecordStatus Document::record_status() const

@@ -213,17 +213,28 @@ TEST(DocumentRecord, OverwriteAppendAndInsertKeepTheOldAudioAndMarkWhereTheNewBe
 
     // Insert into PCM at byte 6000 and into ADPCM at block 3: head, the new
     // audio, tail; a mark at each end of the new part; no temporary left.
+    // A mark set while recording lands inside the inserted part.
     fs::copy_file(base, dir / "inserted.wav");
-    ASSERT_TRUE(record([&] { return doc.record_insert(wide(dir / "inserted.wav"), 6000); }));
+    ASSERT_TRUE(doc.record_insert(wide(dir / "inserted.wav"), 6000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    ASSERT_TRUE(doc.add_bookmark());
+    const int32_t marked = doc.bookmarks().mark(0).position;
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    ASSERT_TRUE(doc.stop());
     got = samples(dir / "inserted.wav");
     const std::size_t added = got.size() - old.size();
     EXPECT_TRUE(got.substr(0, 6000) == old.substr(0, 6000));
     EXPECT_TRUE(got.substr(6000, 10000) == input.substr(0, 10000));
     EXPECT_TRUE(got.substr(6000 + added) == old.substr(6000));
+    auto time_of = [](std::size_t bytes) {
+        return std::to_string(bytes / 16000) + "." + std::to_string(bytes % 16000 * 1000 / 16000 + 1000).substr(1);
+    };
+    EXPECT_GT(marked, 0);
+    EXPECT_LT(static_cast<std::size_t>(marked), added);
     EXPECT_EQ(marks(dir / "inserted.wav"),
-              "Bookmark\t6000\t0.375\t-1\nBookmark\t" + std::to_string(6000 + added) + "\t" +
-                  std::to_string((6000 + added) / 16000) + "." +
-                  std::to_string((6000 + added) % 16000 * 1000 / 16000 + 1000).substr(1) + "\t-1\n");
+              "Bookmark\t6000\t0.375\t-1\nBookmark\t" + std::to_string(6000 + marked) + "\t" +
+                  time_of(6000 + static_cast<std::size_t>(marked)) + "\t-1\nBookmark\t" +
+                  std::to_string(6000 + added) + "\t" + time_of(6000 + added) + "\t-1\n");
 
     const fs::path adpcm = dir / "base_adpcm.wav";
     const std::string old_adpcm = samples(adpcm);
