@@ -1,5 +1,5 @@
-// Times the skin engine headless on the offscreen driver: loading the test
-// skin and first painting its "Main" form at scales 1 and 4, a full repaint
+// Times the skin engine headless on the offscreen driver: loading the
+// program's Default skin and first painting its "Main" form at scales 1 and 4, a full repaint
 // at scale 4 against one SDL_BlitSurface of the whole screen, and the
 // repaint of one button's press. Prints each figure with its goal.
 
