@@ -244,8 +244,10 @@ private:
         const std::string view = " viewBox=\"" + num(from.x) + " " + num(from.y) + " " + num(from.w) + " " +
                                  num(from.h) + "\" preserveAspectRatio=\"none\"";
         const std::string use = "<use xlink:href=\"#" + b.id + "\"/>";
-        if (!tile)
+        if (!tile && to.w == from.w && to.h == from.h)
             return "<svg" + box_attrs(to) + view + ">" + use + "</svg>\n";
+        if (!tile)
+            return "<svg class=\"stretch\"" + box_attrs(to) + on_form(to) + view + ">" + use + "</svg>\n";
         const std::string id = "t" + num(++patterns_);
         defs_ += "<pattern id=\"" + id + "\" patternUnits=\"userSpaceOnUse\"" +
                  box_attrs({to.x, to.y, from.w, from.h}) + "><svg" + box_attrs({0, 0, from.w, from.h}) + view +

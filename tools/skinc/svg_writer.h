@@ -16,8 +16,9 @@
 // text. Coordinates are screen pixels at the given scale (1 to 4).
 // Each control is a group <g class="control" data-kind="CLASS"
 // data-rect="X Y W H"> and each line of text an <svg class="text"
-// data-rect="X Y W H"> clipping it, with rectangles on the form, so that a
-// reader can tell what was drawn where. Threads: any (no shared state).
+// data-rect="X Y W H"> clipping it, and each stretched piece of a picture
+// an <svg class="stretch" data-rect=...>, with rectangles on the form, so
+// that a reader can tell what was drawn where and how. Threads: any (no shared state).
 namespace skinc {
 
 // A picture file of the source folder by name without extension: the file's
