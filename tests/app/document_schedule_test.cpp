@@ -91,7 +91,8 @@ protected:
 
 TEST_F(ScheduleRun, ADueSpanRecordsByItselfAndStopsAtItsEnd)
 {
-    const ScheduleTask due{seconds_from_now(4), seconds_from_now(8)};
+    // Time enough for the program to start before the span begins.
+    const ScheduleTask due{seconds_from_now(5), seconds_from_now(10)};
     const ScheduleTask later{seconds_from_now(3600), seconds_from_now(3700)};
     settings.schedule = {due, later};
     ASSERT_TRUE(settings.save(wide(settings_file())));
@@ -107,9 +108,10 @@ TEST_F(ScheduleRun, ADueSpanRecordsByItselfAndStopsAtItsEnd)
     EXPECT_EQ(format, "wav 22050 1 16 ");
     std::string seconds;
     ASSERT_EQ(test::run("soxi -D " + test::quote(file.string()), &seconds), 0);
-    // The span less the start of the device and the buffer left at stop.
+    // The span less the beep, the start of the device and the buffer left
+    // at stop; never beyond the span's end.
     EXPECT_GT(std::stod(seconds), 3.0);
-    EXPECT_LT(std::stod(seconds), 4.5);
+    EXPECT_LT(std::stod(seconds), 5.5);
     // What was captured is the input from its start.
     std::string samples;
     ASSERT_EQ(test::run("sox " + test::quote(file.string()) + " -t raw -", &samples), 0);
