@@ -1,7 +1,8 @@
 // Scheduled recording in the real program: a span a few seconds ahead in the
 // settings records by itself (through the program's own timer, as no user
-// manager answers in the private home) and stops at its end; a start with
-// "AppRunAtTime" when nothing is due records nothing.
+// manager answers in the private home) and stops at its end, whatever a
+// wake-up handed over meanwhile; a start with "AppRunAtTime" when nothing is
+// due records nothing.
 #include "app/settings.h"
 
 #include "liba/text.h"
@@ -98,6 +99,11 @@ TEST_F(ScheduleRun, ADueSpanRecordsByItselfAndStopsAtItsEnd)
     ASSERT_TRUE(settings.save(wide(settings_file())));
 
     const int program = start_hidden("-hide");
+    ASSERT_TRUE(test::wait_for([&] { return log().find("schedule: recording until") != std::string::npos; }, 20000))
+        << log();
+    // A wake-up handed over meanwhile never cuts the recording short.
+    EXPECT_EQ(test::run(test::quote((test::program_dir() / "quillaphonics").string()) + " AppRunAtTime"), 0);
+    EXPECT_NE(log().find("schedule: nothing is due"), std::string::npos) << log();
     ASSERT_TRUE(test::wait_for([&] { return log().find("record: stopped") != std::string::npos; }, 20000))
         << log();
     EXPECT_GE(os::DateTime::now(), due.end);
