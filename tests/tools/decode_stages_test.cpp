@@ -162,7 +162,7 @@ TEST(DecodeStages, SpeedsGiveTheirLengthAndPitchWithoutClicks)
     }
 }
 
-TEST(DecodeStages, VolumeScalesAsTheDeviceAndLevelsOffLeaveTheSoundAlone)
+TEST(DecodeStages, VolumeScalesAsTheDeviceAndStagesAtRestLeaveTheSoundAlone)
 {
     const fs::path f = one_media("pcm_s16_speech_16000.wav");
     const std::string plain = decode(f, "");
@@ -175,4 +175,7 @@ TEST(DecodeStages, VolumeScalesAsTheDeviceAndLevelsOffLeaveTheSoundAlone)
     EXPECT_TRUE(decode(f, "--booster 0 --noise 0 --limiter 0") == plain);
     EXPECT_FALSE(decode(f, "--booster 3") == plain);
     EXPECT_FALSE(decode(f, "--eq 1000,1,6") == plain);
+    // A band the rate can't carry (at or above 16000 / 2.01 Hz) passes the
+    // sound on as it is.
+    EXPECT_TRUE(decode(f, "--eq 8000,1,6") == plain);
 }
