@@ -116,18 +116,24 @@ double Document::time_position() const
 
 double Document::remaining_time() const
 {
+    if (is_recording())
+        return record_remaining_time();
     audio::FileReader* r = reader();
     return r ? std::max(0.0, r->get_duration() - r->get_time()) : 0.0;
 }
 
 std::wstring Document::rate_text() const
 {
+    if (is_recording())
+        return std::to_wstring(record_status().rate / 1000) + L" kHz";
     audio::FileReader* r = reader();
     return r ? std::to_wstring(r->get_rate() / 1000) + L" kHz" : std::wstring();
 }
 
 std::wstring Document::bitrate_text() const
 {
+    if (is_recording())
+        return std::to_wstring(record_status().bit_rate / 1000) + L"kbps";
     audio::FileReader* r = reader();
     return r ? std::to_wstring(r->get_bitrate() / 1000) + L"kbps" : std::wstring();
 }

@@ -232,6 +232,9 @@ private:
     void on_record_timer();
     // Marks how far the file being recorded has come, and saves the marks.
     bool add_record_bookmark();
+    // Seconds that still fit on the volume of the file at the chain's bit
+    // rate.
+    double record_remaining_time() const;
     // The schedule side (document_schedule.cpp).
     // The running program's own wake-up came: as a start with "AppRunAtTime".
     void on_wakeup_due();

@@ -205,9 +205,17 @@ TEST(DocumentRecord, OverwriteAppendAndInsertKeepTheOldAudioAndMarkWhereTheNewBe
     EXPECT_TRUE(got.substr(old.size(), 10000) == input.substr(0, 10000));
     EXPECT_EQ(marks(dir / "appended.wav"), "Bookmark\t16000\t1.000\t-1\n");
 
-    // Overwrite: the old format, only the new audio.
+    // Overwrite: the old format, only the new audio; once sound is written
+    // the view's texts tell the file's format, and the time left on the
+    // volume at its bit rate.
     fs::copy_file(base, dir / "overwritten.wav");
-    ASSERT_TRUE(record([&] { return doc.record_overwrite(wide(dir / "overwritten.wav")); }));
+    ASSERT_TRUE(doc.record_overwrite(wide(dir / "overwritten.wav")));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(doc.rate_text(), L"8 kHz");
+    EXPECT_EQ(doc.bitrate_text(), L"128kbps");
+    const double space = static_cast<double>(fs::space(dir.path()).available);
+    EXPECT_NEAR(doc.remaining_time(), space / 16000, space / 16000 / 100);
+    ASSERT_TRUE(doc.stop());
     got = samples(dir / "overwritten.wav");
     EXPECT_TRUE(got.substr(0, 10000) == input.substr(0, 10000));
 
