@@ -55,9 +55,14 @@ Document::Document(const std::wstring& settings_path)
     // the instance lock no other instance can be saving right now.
     os::remove_stale_temporaries(settings_path_);
     settings_.load(settings_path_);
-    audio::connect(record_input_, &active_buffer_);
+    audio::connect(muter_, &record_level_control_);
+    audio::connect(record_level_control_, &level_meter_record_);
+    audio::connect(level_meter_record_, &time_meter_);
+    audio::connect(time_meter_, &active_buffer_);
+    apply_level_settings();
     play_path_.set_equalizers(settings_.equalizer1, settings_.equalizer2, settings_.equalizer3);
-    play_path_.attach(&player_);
+    audio::connect(level_meter_, &player_);
+    play_path_.attach(&level_meter_);
     player_.set_volume(settings_.volume);
     set_speed(settings_.speed, settings_.pitch_lock);
     play_order_.build(0, -1, settings_.mode);
@@ -265,6 +270,7 @@ bool Document::step_item(int delta)
 
 bool Document::pause()
 {
+    level_meter_.set_paused(true);
     if (is_recording()) {
         set_record_paused(true);
         return true;
@@ -279,6 +285,7 @@ bool Document::pause()
 
 bool Document::resume()
 {
+    level_meter_.set_paused(false);
     if (is_recording()) {
         set_record_paused(false);
         return true;
@@ -300,6 +307,7 @@ bool Document::stop()
         return stop_recording();
     if (play_chain_) {
         drop_chain();
+        level_meter_.clear();
         player_.stop();
         current_item_ = playlist::PlaylistEntry();
         return true;
@@ -397,6 +405,7 @@ void Document::apply_settings(const Settings& new_settings)
     if (!settings_.save(settings_path_))
         os::log() << "Document: can't write the settings\n";
     play_order_.change_mode(settings_.mode);
+    apply_level_settings();
     arm_wakeup();
 }
 
@@ -426,6 +435,7 @@ void Document::end_of_item()
 void Document::on_timer()
 {
     if (is_recording()) {
+        voice_activation();
         if (stop_time_passed()) {
             stop();
             ChangeFlags changes;

@@ -4,11 +4,16 @@
 #include "app/play_path.h"
 #include "app/settings.h"
 #include "audio/active_buffer.h"
+#include "audio/level_meter.h"
+#include "audio/level_meter_record.h"
+#include "audio/muter.h"
 #include "audio/pipeline.h"
 #include "audio/play_chain.h"
 #include "audio/player_pcm.h"
 #include "audio/record_chain.h"
+#include "audio/record_level_control.h"
 #include "audio/recorder_pcm.h"
+#include "audio/time_meter.h"
 #include "files/range_marks.h"
 #include "liba/nocopy.h"
 #include "os/date_time.h"
@@ -79,6 +84,15 @@ public:
     int play_mode() const { return settings_.mode; }
     double volume() const { return settings_.volume; }
     double speed() const { return settings_.speed; }
+    // The peak of the last device buffer while recording with the input
+    // monitored, else 0; the VAS level is the same, and 0 too unless voice
+    // activation is on. 0.0..1.0 of full scale.
+    double input_level() const;
+    double vas_level() const;
+    // The level of what is heard while playing, else 0.
+    double output_level();
+    // Seconds recorded since the recording began; still while paused.
+    double record_time() const;
     int item_count() const { return static_cast<int>(items_.size()); }
     const std::wstring& title() const { return title_; }
     const std::wstring& playlist_name() const { return playlist_name_; }
@@ -197,9 +211,25 @@ public:
     // The 0.2-second poll: the end of an item (or its failed open) moves on by
     // the mode; while playing the views hear that the position moved.
     void on_timer();
+    // Each stores its value in the settings and hands it to its stage: the
+    // input gain (0.5 passes the input as it is), the voice activation
+    // threshold, voice activation, and the monitor (off: the input is
+    // recorded as silence). The monitor is never written to the file.
+    void set_input(double level);
+    void set_vas_level(double threshold);
+    void set_vas_on(bool on);
+    void set_monitor(bool on);
+    // The silence that makes voice activation pause: strictly more than this.
+    static constexpr double kSilenceLimit = 2.0;
+    // The period of on_timer, which voice activation answers in.
+    static constexpr double kTickSeconds = 0.2;
 
 private:
     void apply_levels();
+    // The level settings to the record stages (document_levels.cpp).
+    void apply_level_settings();
+    // Pauses a recording after a silence, resumes it at the sound.
+    void voice_activation();
     void drop_chain();
     // Ends the current item and picks the next one by the mode.
     void end_of_item();
@@ -266,14 +296,18 @@ private:
     // play_path, player. Members are destroyed in reverse, the player (and
     // its thread) first.
     PlayPath play_path_;
+    audio::LevelMeter level_meter_;
     audio::PlayerPCM player_;
     std::unique_ptr<audio::PlayChain> play_chain_;
 
-    // The record path, in the order of the data: the recorder, record_input_
-    // (the fixed head, where input gain and meters take their places),
-    // active_buffer_, the chain. The recorder and the chain exist while a
-    // recording runs; the fixed stages live as long as the Document.
-    audio::NullProcessor<audio::PCMData> record_input_;
+    // The record path, in the order of the data: the recorder, the fixed
+    // stages from muter_ to active_buffer_, the chain. The recorder and the
+    // chain exist while a recording runs; the fixed stages live as long as
+    // the Document. A pause cuts the link behind level_meter_record_.
+    audio::Muter muter_;
+    audio::RecordLevelControl record_level_control_;
+    audio::LevelMeterRecord level_meter_record_{kSilenceLimit, audio::RecorderPCM::kBlocksPerBuffer, kTickSeconds};
+    audio::TimeMeter time_meter_;
     audio::ActiveBuffer active_buffer_;
     std::unique_ptr<audio::RecorderPCM> recorder_;
     std::unique_ptr<audio::RecordChain> record_chain_;

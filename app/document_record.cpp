@@ -220,7 +220,10 @@ bool Document::start_capture()
         drop_recording();
         return false;
     }
-    audio::connect(*recorder_, &record_input_);
+    // Input held from an earlier pause never reaches this file.
+    level_meter_record_.drop_held();
+    time_meter_.reset();
+    audio::connect(*recorder_, &muter_);
     audio::connect(active_buffer_, record_chain_->get_consumer());
     // The beep ends before sound is taken, so it stays out of the file.
     audio::play_system_sound(L"Voicbeep.wav");
@@ -259,7 +262,7 @@ bool Document::stop_recording(skinner::Form* owner)
     audio::connect(*recorder_, nullptr);
     recorder_.reset();
     // Undoes a pause, so the next recording finds the path whole.
-    audio::connect(record_input_, &active_buffer_);
+    level_meter_record_.relink(&time_meter_, false);
     if (owner && active_buffer_.pending_bytes() > kDrainQuietBytes) {
         CompleteForm progress(owner, active_buffer_);
         progress.run();
@@ -328,13 +331,16 @@ void Document::merge_insert()
 
 bool Document::is_record_paused() const
 {
-    return record_input_.consumer.load() == nullptr;
+    return level_meter_record_.consumer.load() == nullptr;
 }
 
 void Document::set_record_paused(bool paused)
 {
     pending_changes_.state = true;
-    audio::connect(record_input_, paused ? nullptr : &active_buffer_);
+    if (paused)
+        level_meter_record_.cut();
+    else
+        level_meter_record_.relink(&time_meter_, false);
 }
 
 bool Document::recording_healthy() const

@@ -9,6 +9,12 @@ cd "$out"
 
 # A spoken clip: the material a voice recorder lives on.
 espeak-ng -w speech_src.wav "Quillaphonics records speech without losing a second of it. One, two, three, four, five." 2>/dev/null
+# Four short sentences, one a file, for voice activation to pause between.
+i=1
+for words in "Good morning." "Call me back." "It is late." "See you soon."; do
+  espeak-ng -w "vas_sentence${i}.wav" "$words" 2>/dev/null
+  i=$((i + 1))
+done
 
 # PCM WAVs across widths, channel counts and rates.
 for rate in 8000 11025 22050 44100 48000; do
