@@ -4,6 +4,7 @@
 #include "audio/decoder_vorbis.h"
 #include "audio/file_reader_wma.h"
 #include "audio/play_chain_wma.h"
+#include "os/file.h"
 
 namespace audio {
 
@@ -60,6 +61,18 @@ std::unique_ptr<PlayChain> try_reader_decoder(const std::wstring& path, const Ro
 
 } // namespace
 
+namespace {
+
+bool is_missing_local_file(const std::wstring& path)
+{
+    if (path.empty() || path[0] != L'/')
+        return false;
+    os::FileAttributes file(path);
+    return !file.exists() || file.is_folder;
+}
+
+} // namespace
+
 std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const RouteMarks* marks,
                                              const TagTitleReader& tag_title)
 {
@@ -80,7 +93,9 @@ std::unique_ptr<PlayChain> create_play_chain(const std::wstring& path, const Rou
                                                              kFormatMP3, tag_title)))
         return chain;
     // The media service last: it may take files every reader above refused.
-    if (marks == nullptr)
+    // Starting it costs a second or more, so a local file that isn't there
+    // (or is a folder) doesn't get that far; addresses of streams do.
+    if (marks == nullptr && !is_missing_local_file(path))
         return if_open(std::make_unique<PlayChainWMA>(std::make_unique<FileReaderWMA>(path), path, kFormatWMA));
     return nullptr;
 }

@@ -13,7 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <optional>
 #include <csignal>
 #include <cstring>
@@ -59,18 +58,14 @@ TEST_F(StartUp, SecondStartHandsItsRelativePathToTheFirstAndTermEndsIt)
 {
     start_first();
     test::TempDir elsewhere;
-    auto begin = std::chrono::steady_clock::now();
     auto second = test::start_program("quillaphonics", {"notes.wav"}, elsewhere.path());
     EXPECT_EQ(second.wait(5000), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 
     std::wstring expected = L"on_command_line[" + liba::from_utf8((elsewhere.path() / "notes.wav").string()) + L"]";
     EXPECT_TRUE(test::wait_for([&] { return log().find(expected) != std::wstring::npos; }, 2000)) << liba::to_utf8(log());
 
-    begin = std::chrono::steady_clock::now();
     first.signal(SIGTERM);
     EXPECT_EQ(first.wait(5000), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
     std::wstring text = log();
     // Both processes, the one that handed over and the one that ran, end
     // through the same steps, into the same log.
