@@ -345,8 +345,11 @@ void Picture::draw(Canvas& canvas, Point position, Point size) const
     }
     // An alpha map: colour and map are composed at the target size, then
     // laid over what is there.
-    std::vector<uint32_t> colour(size_t(area.w) * size_t(area.h), 0);
-    std::vector<uint32_t> alpha(colour.size(), 0);
+    // The buffers stay between draws: a screen-sized picture would otherwise
+    // map fresh pages of memory on every paint.
+    static std::vector<uint32_t> colour, alpha;
+    colour.assign(size_t(area.w) * size_t(area.h), 0);
+    alpha.assign(colour.size(), 0);
     compose(Target{colour.data(), area.w, Point{area.x, area.y}, area}, Source{bmp.colour.get(), nullptr},
             rect, g);
     compose(Target{alpha.data(), area.w, Point{area.x, area.y}, area}, Source{bmp.mask.get(), nullptr}, rect,
