@@ -99,6 +99,12 @@ TEST(DocumentVoiceActivation, PausesOnlyAfterTwoSecondsOfSilenceMarksThePauseAnd
     doc.set_vas_level(kThreshold);
     const fs::path file = dir / "vas.wav";
     ASSERT_TRUE(doc.record_to(test::wide(file), 7));
+    // A pause by hand is voice activation's to end: no silence yet, so the
+    // first tick resumes it (before the first device buffer is full).
+    ASSERT_TRUE(doc.pause());
+    EXPECT_TRUE(doc.is_paused());
+    doc.on_timer();
+    EXPECT_FALSE(doc.is_paused());
 
     // Tick as the program does; at each pause note the recorded time, which
     // stands still from the cut on. The last sentence is waited for after
