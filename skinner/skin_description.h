@@ -73,6 +73,9 @@ inline constexpr size_t kShortOffsetLimit = 65536;
 
 inline constexpr const wchar_t* kAppVersionMark = L"Quillaphonics_500";
 inline constexpr const wchar_t* kTodayVersionMark = L"QuillaphonicsToday_500";
+// The shared skin of the settings and stock dialogs: it has no "Main", so
+// no skin list offers it and no start takes it as the application skin.
+inline constexpr const wchar_t* kSettingsVersionMark = L"QuillaphonicsSettings_500";
 
 // This build is the Pocket PC kind of the program: skins and form variants
 // marked for Smartphones only ("S" without "P") are passed over.
