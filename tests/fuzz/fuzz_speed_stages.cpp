@@ -2,8 +2,8 @@
 // bytes, through fast play and the stretch filter as the player pulls them,
 // in records of odd sizes: no read or write strays, nothing loops, and the
 // stretch's bookkeeping holds (factor times the frames at the end for the
-// design's periods, the input's length over the speed for the any-speed
-// stretch).
+// repeated periods of half speed, the input's length over the speed for the
+// any-speed stretch).
 #include "audio/fast_play.h"
 #include "audio/stretch_filter.h"
 

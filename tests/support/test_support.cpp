@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fnmatch.h>
 #include <fstream>
 #include <grp.h>
@@ -166,6 +167,32 @@ fs::path one_media(const std::string& name)
     auto found = media(name);
     EXPECT_EQ(found.size(), 1u) << name;
     return found.size() == 1 ? found[0] : fs::path();
+}
+
+std::string sox16(const fs::path& f, std::size_t frames)
+{
+    const std::string trim = frames ? " trim 0 " + std::to_string(frames) + "s" : "";
+    return run_out("sox " + quote(f.string()) + " -t raw -e signed-integer -b 16 -L -" + trim);
+}
+
+int soxi_int(const fs::path& f, const std::string& option)
+{
+    return std::atoi(run_out("soxi " + option + " " + quote(f.string())).c_str());
+}
+
+std::uint32_t le(const std::string& s, std::size_t at, int bytes)
+{
+    std::uint32_t v = 0;
+    for (int i = bytes - 1; i >= 0; --i)
+        v = v << 8 | static_cast<std::uint8_t>(s.at(at + static_cast<std::size_t>(i)));
+    return v;
+}
+
+std::vector<std::int16_t> samples_of(const std::string& raw)
+{
+    std::vector<std::int16_t> s(raw.size() / 2);
+    std::memcpy(s.data(), raw.data(), s.size() * 2);
+    return s;
 }
 
 QuillctlRun run_quillctl(const std::vector<std::string>& args, const fs::path& scratch)

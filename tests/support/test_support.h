@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -60,6 +61,15 @@ std::string quote(const std::string& s);
 std::string run_out(const std::string& command);
 // The one media file of that name (else the test fails and the path is empty).
 std::filesystem::path one_media(const std::string& name);
+// What sox decodes of `f` as 16-bit little-endian samples: all of it, or its
+// first `frames` sample frames.
+std::string sox16(const std::filesystem::path& f, std::size_t frames = 0);
+// A number soxi reports of `f` ("-c", "-r", "-b", "-s").
+int soxi_int(const std::filesystem::path& f, const std::string& option);
+// The unsigned little-endian number of `bytes` bytes at `at` of `s`.
+std::uint32_t le(const std::string& s, std::size_t at, int bytes = 4);
+// Raw 16-bit little-endian samples as numbers.
+std::vector<std::int16_t> samples_of(const std::string& raw);
 
 // A run of quillctl: its exit status and what it wrote.
 struct QuillctlRun {

@@ -22,19 +22,13 @@ namespace {
 using test::one_media;
 using test::quote;
 using test::run_out;
+using test::samples_of;
 
 // Raw 16-bit samples of quillctl decode with `options`.
 std::string decode(const fs::path& f, const std::string& options)
 {
     return run_out(quote((test::program_dir() / "quillctl").string()) + " decode " + quote(f.string()) + " - " +
                    options + " 2>/dev/null");
-}
-
-std::vector<std::int16_t> samples_of(const std::string& raw)
-{
-    std::vector<std::int16_t> s(raw.size() / 2);
-    std::memcpy(s.data(), raw.data(), s.size() * 2);
-    return s;
 }
 
 // The largest step between neighbouring samples of one channel.
@@ -123,8 +117,8 @@ TEST(DecodeStages, SpeedsGiveTheirLengthAndPitchWithoutClicks)
                           c.pitch ? c.pitch : "");
             const bool stretch = c.pitch && std::strcmp(c.pitch, "stretch") == 0;
             const std::vector<std::int16_t> out = samples_of(decode(f, options));
-            // The design's half speed ends on exactly twice the frames, fast
-            // play and a stretch within a frame.
+            // Half speed with the pitch held ends on exactly twice the frames,
+            // fast play and a stretch within a frame.
             const double slack = !stretch && c.length == 2.0 ? 0.0 : 1.0;
             EXPECT_NEAR(static_cast<double>(out.size()), static_cast<double>(source.size()) * c.length, slack)
                 << name << " " << options;
@@ -137,15 +131,15 @@ TEST(DecodeStages, SpeedsGiveTheirLengthAndPitchWithoutClicks)
                                                        std::to_string(c.speed))),
                                     rate);
             EXPECT_NEAR(median_pitch(out, rate) / want, 1.0, 0.01) << name << " " << options;
-            // Clicks, in speech: fast play drops frames by design, and a
+            // Clicks, in speech: fast play drops frames on purpose, and a
             // tone's period at 8 kHz is no whole number of frames, which bends
-            // the design's repeated periods at each seam.
+            // the repeated periods of half speed at each seam.
             if (speech && !(c.pitch && std::strcmp(c.pitch, "change") == 0)) {
                 EXPECT_LE(largest_step(out, 1), largest_step(source, 1)) << name << " " << options;
             }
         }
-    // With the pitch held, the design's table plays 0.75 and 1.5 at
-        // normal speed.
+        // With the pitch held, the speed table plays 0.75 and 1.5 at normal
+        // speed.
         const std::string plain = decode(f, "");
         EXPECT_TRUE(decode(f, "--speed 1.5") == plain) << name;
         EXPECT_TRUE(decode(f, "--speed 0.75 --pitch keep") == plain) << name;

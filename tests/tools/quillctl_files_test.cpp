@@ -1,10 +1,10 @@
 // quillctl info, decode, tag and marks --export, run as a user runs them, on
 // files made by sox, lame and ffmpeg, checked against sox, ffprobe and a
 // plain libmad decode.
+#include "tests/support/mad_reference.h"
 #include "tests/support/test_support.h"
 
 #include <gtest/gtest.h>
-#include <mad.h>
 
 #include <algorithm>
 #include <cmath>
@@ -25,17 +25,9 @@ using test::one_media;
 using test::expect_one_line_naming;
 using test::quote;
 using test::run_out;
-
-// The samples sox decodes, as 16-bit little-endian.
-std::string sox16(const fs::path& f)
-{
-    return run_out("sox " + quote(f.string()) + " -t raw -e signed-integer -b 16 -L -");
-}
-
-int soxi_int(const fs::path& f, const std::string& option)
-{
-    return std::stoi(run_out("soxi " + option + " " + quote(f.string())));
-}
+using test::samples_of;
+using test::sox16;
+using test::soxi_int;
 
 // `key: value` lines of one block of output.
 std::map<std::string, std::string> facts(const std::string& block)
@@ -58,19 +50,6 @@ std::string three_decimals(double seconds)
     return buf;
 }
 
-std::uint32_t u32_at(const std::string& s, std::size_t at)
-{
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i)
-        v = v << 8 | static_cast<std::uint8_t>(s[at + static_cast<std::size_t>(i)]);
-    return v;
-}
-
-std::uint32_t u16_at(const std::string& s, std::size_t at)
-{
-    return static_cast<std::uint8_t>(s[at]) | static_cast<std::uint32_t>(static_cast<std::uint8_t>(s[at + 1])) << 8;
-}
-
 // The fields of a WAV header as the file holds them.
 struct Header {
     std::uint32_t tag, channels, rate, bytes_per_second, block_align, bits;
@@ -81,75 +60,14 @@ struct Header {
 Header header_of(const fs::path& f)
 {
     const std::string b = test::read_file(f);
-    Header h{u16_at(b, 20), u16_at(b, 22), u32_at(b, 24), u32_at(b, 28), u16_at(b, 32), u16_at(b, 34)};
+    Header h{test::le(b, 20, 2), test::le(b, 22, 2), test::le(b, 24), test::le(b, 28), test::le(b, 32, 2), test::le(b, 34, 2)};
     if (h.tag != 1) {
-        h.spb = u16_at(b, 38);
+        h.spb = test::le(b, 38, 2);
         auto fact = b.find("fact");
         EXPECT_NE(fact, std::string::npos) << f;
-        h.fact = u32_at(b, fact + 8);
+        h.fact = test::le(b, fact + 8);
     }
     return h;
-}
-
-// What a plain libmad loop makes of a whole file, rounded to 16 bits.
-struct Mad {
-    std::vector<std::int16_t> samples;
-    int channels = 0;
-    int rate = 0;
-};
-
-Mad mad_decode(const std::string& bytes)
-{
-    Mad r;
-    mad_stream stream;
-    mad_frame frame;
-    mad_synth synth;
-    mad_stream_init(&stream);
-    mad_frame_init(&frame);
-    mad_synth_init(&synth);
-    mad_stream_buffer(&stream, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    for (;;) {
-        if (mad_frame_decode(&frame, &stream) != 0) {
-            if (MAD_RECOVERABLE(stream.error))
-                continue;
-            break;
-        }
-        mad_synth_frame(&synth, &frame);
-        r.channels = synth.pcm.channels;
-        r.rate = static_cast<int>(synth.pcm.samplerate);
-        for (unsigned i = 0; i < synth.pcm.length; ++i)
-            for (unsigned ch = 0; ch < synth.pcm.channels; ++ch) {
-                std::int64_t v = std::int64_t(synth.pcm.samples[ch][i]) + (std::int64_t(1) << (MAD_F_FRACBITS - 16));
-                v = std::clamp<std::int64_t>(v, -MAD_F_ONE, MAD_F_ONE - 1);
-                r.samples.push_back(static_cast<std::int16_t>(v >> (MAD_F_FRACBITS + 1 - 16)));
-            }
-    }
-    mad_synth_finish(&synth);
-    mad_frame_finish(&frame);
-    mad_stream_finish(&stream);
-    return r;
-}
-
-// The bit rate of the first frame header libmad finds, in kbit/s.
-int first_frame_kbps(const std::string& bytes)
-{
-    mad_stream stream;
-    mad_header header;
-    mad_stream_init(&stream);
-    mad_header_init(&header);
-    mad_stream_buffer(&stream, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    int kbps = 0;
-    for (;;) {
-        if (mad_header_decode(&header, &stream) == 0) {
-            kbps = static_cast<int>(header.bitrate / 1000);
-            break;
-        }
-        if (!MAD_RECOVERABLE(stream.error))
-            break;
-    }
-    mad_header_finish(&header);
-    mad_stream_finish(&stream);
-    return kbps;
 }
 
 // Lines of tab-separated cells `columns` wide; another line fails the test
@@ -168,14 +86,6 @@ std::vector<std::vector<std::string>> tab_table(const std::string& text, std::si
             rows.push_back(cells);
     }
     return rows;
-}
-
-std::vector<std::int16_t> samples_of(const std::string& pcm)
-{
-    std::vector<std::int16_t> s(pcm.size() / 2);
-    for (std::size_t i = 0; i < s.size(); ++i)
-        s[i] = static_cast<std::int16_t>(std::uint8_t(pcm[2 * i]) | (std::uint8_t(pcm[2 * i + 1]) << 8));
-    return s;
 }
 
 class Quillctl : public testing::Test {
@@ -260,7 +170,7 @@ TEST_F(Quillctl, InfoReportsWhatTheReadersReport)
         EXPECT_EQ(m["bits"], "16");
         // The first frame's bit rate: a Xing or Info frame may differ from
         // the rest of the stream.
-        const int kbps = first_frame_kbps(test::read_file(f));
+        const int kbps = test::first_frame_kbps(test::read_file(f));
         ASSERT_GT(kbps, 0);
         EXPECT_EQ(m["bitrate"], std::to_string(kbps));
         // The size over the first frame's bit rate, tags included, in whole
@@ -415,7 +325,7 @@ TEST_F(Quillctl, DecodeMatchesPlainLibmadForMP3)
         SCOPED_TRACE(f.filename().string());
         Result r = quillctl("decode", {f.string(), "-"});
         ASSERT_EQ(r.status, 0) << r.err;
-        Mad ref = mad_decode(test::read_file(f));
+        test::MadDecode ref = test::mad_decode(test::read_file(f));
         auto got = samples_of(r.out);
         ASSERT_EQ(got.size(), ref.samples.size());
         int most = 0;
