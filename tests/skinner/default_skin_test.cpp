@@ -1,6 +1,7 @@
-// The program's Default skin as the build made it: it holds everything the
-// program creates by name, and every form paints at every scale from art
-// drawn for that scale.
+// The program's application skins (Default, Dark) as the build made them:
+// each holds everything the program creates by name, every form paints at
+// every scale from art drawn for that scale, and switching between them at
+// run time repaints every open form.
 
 #include "skinner/form_impl.h"
 #include "skinner/form_render.h"
@@ -14,6 +15,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,9 +26,16 @@ using skinner::Point;
 
 namespace {
 
-std::filesystem::path default_skin() { return test::program_dir() / "skins" / "Default" / "Default.skin"; }
+// The skins the skin list offers as the program's look. A skin added to the
+// program belongs here: it must serve everything below.
+const std::string kApplicationSkins[] = {"Default", "Dark"};
 
-// Every form the program opens from the Default skin and the controls it
+std::filesystem::path shipped_skin(const std::string& name)
+{
+    return test::program_dir() / "skins" / name / (name + ".skin");
+}
+
+// Every form the program opens from an application skin and the controls it
 // creates in each by id. Grow this list as forms land.
 const std::map<std::string, std::vector<std::string>> kCreatedByName = {
     {"Main",
@@ -64,7 +73,8 @@ const std::map<std::string, std::vector<std::string>> kCreatedByName = {
 std::string narrow(const std::wstring& w) { return std::string(w.begin(), w.end()); }
 
 struct Skin {
-    skinner::PropertiesImpl impl{test::wide(default_skin()), Point{240, 320}};
+    explicit Skin(const std::string& skin) : impl(test::wide(shipped_skin(skin)), Point{240, 320}) {}
+    skinner::PropertiesImpl impl;
     const skinner::SkinDescription& d = impl.description();
 
     std::string name(uint32_t node) const { return narrow(d.text_at(d.name(node))); }
@@ -112,9 +122,11 @@ struct Skin {
     }
 };
 
-TEST(DefaultSkin, HoldsEveryFormControlAndKindTheProgramCreatesByName)
+class ApplicationSkin : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(ApplicationSkin, HoldsEveryFormControlAndKindTheProgramCreatesByName)
 {
-    Skin skin;
+    Skin skin(GetParam());
     ASSERT_TRUE(skin.impl.is_valid()) << narrow(skin.impl.load_error());
     EXPECT_EQ(narrow(skin.d.header().version()), "Quillaphonics_500");
     for (const auto& [form, ids] : kCreatedByName) {
@@ -183,7 +195,7 @@ double mean_difference_scaled_down(const SDL_Surface* small, const SDL_Surface* 
     return total / (3.0 * small->w * small->h);
 }
 
-TEST(DefaultSkin, EveryFormPaintsAtScalesOneToFourFromArtDrawnForEachScale)
+TEST_P(ApplicationSkin, EveryFormPaintsAtScalesOneToFourFromArtDrawnForEachScale)
 {
     // Texts are laid out anew at each size, on whole pixels; with every
     // text a blank, what is left to compare is the art.
@@ -191,7 +203,7 @@ TEST(DefaultSkin, EveryFormPaintsAtScalesOneToFourFromArtDrawnForEachScale)
     const std::filesystem::path blank = dir.path() / "Blank.lng";
     std::vector<std::string> forms;
     {
-        Skin skin;
+        Skin skin(GetParam());
         std::string keys;
         for (uint32_t node : skin.all_nodes())
             for (const std::string& v : skin.strings(node, [](const std::string&) { return true; }))
@@ -205,7 +217,7 @@ TEST(DefaultSkin, EveryFormPaintsAtScalesOneToFourFromArtDrawnForEachScale)
     for (const std::string& form : forms) {
         std::map<int, skinner::Surface> painted;
         for (int scale = 1; scale <= 4; ++scale) {
-            skinner::Properties skin(test::wide(default_skin()), Point{240 * scale, 320 * scale});
+            skinner::Properties skin(test::wide(shipped_skin(GetParam())), Point{240 * scale, 320 * scale});
             ASSERT_EQ(skin.scale(), scale);
             ASSERT_TRUE(skin.load_language(test::wide(blank)));
             const std::wstring name(form.begin(), form.end());
@@ -228,14 +240,14 @@ TEST(DefaultSkin, EveryFormPaintsAtScalesOneToFourFromArtDrawnForEachScale)
             // About 5% of the blocks of Main's art; a blow-up has none.
             EXPECT_GT(blocks_not_uniform(painted[4].get()), 0.02) << "Main at scale 4 looks blown up";
             if (HasFailure())
-                drawing_test::write_png(drawing_test::output_dir() / "default_skin_main_x4.png", painted[4].get());
+                drawing_test::write_png(drawing_test::output_dir() / (GetParam() + "_skin_main_x4.png"), painted[4].get());
         }
     }
 }
 
-TEST(DefaultSkin, ShipsEachPictureAtFourScalesExactlyInProportion)
+TEST_P(ApplicationSkin, ShipsEachPictureAtFourScalesExactlyInProportion)
 {
-    const std::filesystem::path folder = default_skin().parent_path();
+    const std::filesystem::path folder = shipped_skin(GetParam()).parent_path();
     int sheets = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         const std::string stem = entry.path().stem().string();
@@ -256,5 +268,78 @@ TEST(DefaultSkin, ShipsEachPictureAtFourScalesExactlyInProportion)
     }
     EXPECT_GE(sheets, 4);
 }
+
+// A copy of what `form` shows now, painted first.
+skinner::Surface painted(skinner::ClassFactoryForm& form)
+{
+    form.paint_dirty();
+    const SDL_Surface* s = form.impl().back_buffer();
+    skinner::Surface copy = drawing_test::new_surface(s->w, s->h);
+    SDL_BlitSurface(const_cast<SDL_Surface*>(s), nullptr, copy.get(), nullptr);
+    return copy;
+}
+
+bool same_pixels(const SDL_Surface* a, const SDL_Surface* b)
+{
+    if (a->w != b->w || a->h != b->h)
+        return false;
+    for (int y = 0; y < a->h; ++y)
+        for (int x = 0; x < a->w; ++x)
+            if (drawing_test::pixel_at(a, x, y) != drawing_test::pixel_at(b, x, y))
+                return false;
+    return true;
+}
+
+// Mean luma (Rec. 601), 0..255.
+double mean_luma(const SDL_Surface* s)
+{
+    double total = 0;
+    for (int y = 0; y < s->h; ++y)
+        for (int x = 0; x < s->w; ++x) {
+            const uint32_t p = drawing_test::pixel_at(s, x, y);
+            total += 0.299 * (p >> 16 & 0xFF) + 0.587 * (p >> 8 & 0xFF) + 0.114 * (p & 0xFF);
+        }
+    return total / (double(s->w) * s->h);
+}
+
+TEST(ApplicationSkins, SwitchingAtRunTimeRepaintsEveryOpenFormOfTheSkin)
+{
+    const Point screen{240, 320};
+    skinner::Properties skin(test::wide(shipped_skin("Default")), screen);
+    // The settings skin's forms have a handle of their own: a change of the
+    // program's look leaves them as they are.
+    skinner::Properties settings(test::wide(test::program_dir() / "skins" / "settings" / "settings.skin"), screen);
+    ASSERT_TRUE(skin.check_version(skinner::kAppVersionMark, screen));
+    const std::wstring names[] = {L"Main", L"ConfirmYesNo"};
+    std::vector<std::unique_ptr<skinner::ClassFactoryForm>> open;
+    std::vector<skinner::Surface> before;
+    for (const std::wstring& name : names) {
+        open.push_back(std::make_unique<skinner::ClassFactoryForm>(skin, name));
+        before.push_back(painted(*open.back()));
+    }
+    skinner::ClassFactoryForm settings_form(settings, L"MessageOk");
+    skinner::Surface settings_before = painted(settings_form);
+
+    skin.change_skin(test::wide(shipped_skin("Dark")), screen);
+
+    skinner::Properties dark(test::wide(shipped_skin("Dark")), screen);
+    for (size_t i = 0; i < open.size(); ++i) {
+        const std::string name = narrow(names[i]);
+        skinner::Surface after = painted(*open[i]);
+        skinner::ClassFactoryForm fresh_form(dark, names[i]);
+        skinner::Surface fresh = painted(fresh_form);
+        EXPECT_FALSE(same_pixels(after.get(), before[i].get())) << name << " kept the old skin's look";
+        EXPECT_TRUE(same_pixels(after.get(), fresh.get())) << name << " differs from Dark's own " << name;
+        if (name == "Main") {
+            EXPECT_LT(mean_luma(after.get()), 0.6 * mean_luma(before[i].get())) << "Dark is not dark enough";
+        }
+        if (HasFailure())
+            drawing_test::save_failure("skin_switch_" + name, after.get(), fresh.get());
+    }
+    EXPECT_TRUE(same_pixels(painted(settings_form).get(), settings_before.get()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Shipped, ApplicationSkin, ::testing::ValuesIn(kApplicationSkins),
+                         [](const auto& info) { return info.param; });
 
 } // namespace
