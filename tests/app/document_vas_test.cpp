@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -164,4 +165,58 @@ TEST(DocumentVoiceActivation, PausesOnlyAfterTwoSecondsOfSilenceMarksThePauseAnd
     const double mark = marks.mark(0).position / 2.0 / kRate;
     EXPECT_GT(mark, last_loud);
     EXPECT_LE(mark, pauses[0] + 1e-9);
+}
+
+TEST(DocumentLevels, TheInputGainAndTheMonitorShapeWhatIsRecorded)
+{
+    test::PrivateHome home;
+    test::TempDir dir;
+    const std::string wav = test::quote(test::one_media("speech_src.wav").string());
+    std::string input;
+    ASSERT_EQ(test::run("sox " + wav + " -r 22050 -c 1 -b 16 -e signed-integer -t raw -", &input), 0);
+    test::write_file(dir / "in.raw", input);
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILEIN", (dir / "in.raw").c_str(), 1);
+    setenv("SDL_DISKAUDIOFILE", (dir / "played.raw").c_str(), 1);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    Document doc(test::wide(home.app_data() / "Quillaphonics.xml"));
+    auto record = [&](const char* name) {
+        const fs::path file = dir / name;
+        EXPECT_TRUE(doc.record_to(test::wide(file), 7));
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        EXPECT_TRUE(doc.stop());
+        std::string raw;
+        EXPECT_EQ(test::run("sox " + test::quote(file.string()) + " -t raw -e signed-integer -b 16 -", &raw), 0);
+        // Two seconds of the input at least, whatever the device's pace.
+        EXPECT_GE(raw.size(), 4u * kRate);
+        return samples_of(raw.substr(0, input.size()));
+    };
+
+    // Gains below and above 1, the upper one clipping: as sox's vol, but
+    // for its rounding where the control truncates.
+    const std::pair<double, double> levels[] = {{0.2, 0.43}, {0.75, 5.5}};
+    for (const auto& [level, gain] : levels) {
+        doc.set_input(level);
+        EXPECT_EQ(doc.settings().input, level);
+        const std::vector<std::int16_t> got = record("gain.wav");
+        std::string expected;
+        ASSERT_EQ(test::run("sox -D -r 22050 -c 1 -b 16 -e signed-integer -t raw " +
+                                test::quote((dir / "in.raw").string()) + " -t raw - vol " +
+                                std::to_string(gain) + " 2>/dev/null",
+                            &expected),
+                  0);
+        const std::vector<std::int16_t> ref = samples_of(expected);
+        ASSERT_LE(got.size(), ref.size());
+        int worst = 0;
+        for (std::size_t i = 0; i < got.size(); ++i)
+            worst = std::max(worst, std::abs(got[i] - ref[i]));
+        EXPECT_LE(worst, 1) << "level " << level;
+    }
+
+    // The monitor off: the time runs on in silence.
+    doc.set_input(0.5);
+    doc.set_monitor(false);
+    const std::vector<std::int16_t> muted = record("muted.wav");
+    EXPECT_EQ(std::count(muted.begin(), muted.end(), 0), static_cast<std::ptrdiff_t>(muted.size()));
+    EXPECT_EQ(doc.input_level(), 0.0);
 }
