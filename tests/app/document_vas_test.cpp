@@ -220,3 +220,30 @@ TEST(DocumentLevels, TheInputGainAndTheMonitorShapeWhatIsRecorded)
     EXPECT_EQ(std::count(muted.begin(), muted.end(), 0), static_cast<std::ptrdiff_t>(muted.size()));
     EXPECT_EQ(doc.input_level(), 0.0);
 }
+
+TEST(DocumentLevels, TheOutputLevelIsThatOfWhatIsHeard)
+{
+    test::PrivateHome home;
+    test::TempDir dir;
+    const fs::path wav = dir / "tone.wav";
+    // About half of full scale for a second, then silence for a second.
+    ASSERT_EQ(test::run("sox -D -n -r 22050 -b 16 -c 1 " + test::quote(wav.string()) +
+                        " synth 1 square 300 vol 0.5 pad 0 1"),
+              0);
+    std::string raw;
+    ASSERT_EQ(test::run("sox " + test::quote(wav.string()) + " -t raw -", &raw), 0);
+    const std::vector<std::int16_t> tone = samples_of(raw);
+    const double peak = *std::max_element(tone.begin(), tone.end()) / 32768.0;
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", (dir / "played.raw").c_str(), 1);
+    unsetenv("SDL_DISKAUDIODELAY");
+    Document doc(test::wide(home.app_data() / "Quillaphonics.xml"));
+    EXPECT_EQ(doc.output_level(), 0.0);
+    ASSERT_TRUE(doc.play_file(test::wide(wav)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_EQ(doc.output_level(), peak);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    EXPECT_EQ(doc.output_level(), 0.0) << "the silence is heard by now";
+    EXPECT_TRUE(doc.stop());
+    EXPECT_EQ(doc.output_level(), 0.0);
+}
