@@ -7,6 +7,7 @@
 #include "skinner/form_render.h"
 #include "skinner/properties.h"
 #include "skinner/skin_description.h"
+#include "skinner/skin_finder.h"
 
 #include "drawing_test_support.h"
 #include "tests/support/test_support.h"
@@ -320,7 +321,16 @@ TEST(ApplicationSkins, SwitchingAtRunTimeRepaintsEveryOpenFormOfTheSkin)
     skinner::ClassFactoryForm settings_form(settings, L"MessageOk");
     skinner::Surface settings_before = painted(settings_form);
 
-    skin.change_skin(test::wide(shipped_skin("Dark")), screen);
+    // The skin list offers every application skin; the program changes to
+    // the one picked there.
+    skinner::MySkinFinder finder(screen);
+    finder.find_in(test::wide(test::program_dir() / "skins"));
+    std::map<std::string, std::wstring> offered;
+    for (const std::wstring& path : finder.skins())
+        offered[std::filesystem::path(path).stem().string()] = path;
+    for (const std::string& name : kApplicationSkins)
+        ASSERT_TRUE(offered.count(name)) << "the skin list lacks " << name;
+    skin.change_skin(offered["Dark"], screen);
 
     skinner::Properties dark(test::wide(shipped_skin("Dark")), screen);
     for (size_t i = 0; i < open.size(); ++i) {
