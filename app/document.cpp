@@ -217,6 +217,7 @@ bool Document::play_item(int index, int32_t start_position)
     }
     failed_opens_ = 0;
     stalled_position_ = -1;
+    drain_ticks_ = 0;
     title_ = current_item_.attribute(L"title");
     if (title_.empty())
         title_ = play_chain_->get_title();
@@ -432,6 +433,29 @@ void Document::end_of_item()
     }
 }
 
+// The reader runs ahead of what is heard by up to six device buffers of
+// 200 ms (more with a stretch between them); ending the item when it reads
+// its end would cut that off. A paused player waits; a draining one waits
+// while its device keeps taking sound, so a device that stalls for a second
+// can't hold the list.
+bool Document::player_still_sounding()
+{
+    constexpr int kStalledTicks = 5;
+    if (!play_chain_ || !play_chain_->uses_player())
+        return false;
+    if (player_.is_paused())
+        return true;
+    audio::PlayerPCM::Status s = player_.status();
+    if (s.state == audio::PlayerPCM::kIdle || !s.device_open)
+        return false;
+    const std::uint64_t calls = player_.device_callbacks();
+    if (calls != drain_callbacks_) {
+        drain_callbacks_ = calls;
+        drain_ticks_ = 0;
+    }
+    return ++drain_ticks_ <= kStalledTicks;
+}
+
 void Document::on_timer()
 {
     if (is_recording()) {
@@ -460,8 +484,15 @@ void Document::on_timer()
                 stalled_position_ = -1;
             }
         }
+        if (r && (r->is_eof() || stalled) && player_still_sounding()) {
+            ChangeFlags changes;
+            changes.position = true;
+            notify_views(changes);
+            return;
+        }
         if (!r || r->is_eof() || stalled) {
             stalled_position_ = -1;
+            drain_ticks_ = 0;
             end_of_item();
             ChangeFlags changes;
             changes.position = changes.state = true;

@@ -233,6 +233,8 @@ private:
     void drop_chain();
     // Ends the current item and picks the next one by the mode.
     void end_of_item();
+    // True while the device still sounds what was read before the end.
+    bool player_still_sounding();
 
     // The record side (document_record.cpp).
     // The first free "<prefix><n>.<extension>" in `folder`, n from 1.
@@ -291,6 +293,8 @@ private:
     // length its header gives, so a stream that stays finished on a reader
     // that no longer moves ends the item as well.
     int32_t stalled_position_ = -1;
+    int drain_ticks_ = 0;                // ticks at the end without a device callback
+    std::uint64_t drain_callbacks_ = 0; // the device's callbacks at the last such tick
 
     // The play path, in the order of the data: the chain, the stages of
     // play_path, player. Members are destroyed in reverse, the player (and
