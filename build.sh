@@ -17,7 +17,7 @@ PACKAGES=(
   libpugixml-dev libmad0-dev libmp3lame-dev libgsm1-dev libvorbisidec-dev libogg-dev libmpcdec-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
   gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
-  sox libsox-fmt-all lame vorbis-tools musepack-tools ffmpeg espeak-ng hyperfine librsvg2-bin zip madplay
+  sox libsox-fmt-all lame vorbis-tools musepack-tools ffmpeg espeak-ng hyperfine stress-ng librsvg2-bin zip madplay
   python3-mutagen
 )
 
