@@ -21,23 +21,11 @@
 // it out, and a sink that keeps what reaches it. Threads: the test's thread.
 namespace audio_test {
 
-inline std::wstring wide(const std::filesystem::path& p) { return liba::from_utf8(p.string()); }
+using test::samples_of;
+using test::wide;
 
 // The one media file that `name` names.
-inline std::filesystem::path one(const std::string& name)
-{
-    auto files = test::media(name);
-    EXPECT_EQ(files.size(), 1u) << name;
-    return files.empty() ? std::filesystem::path() : files[0];
-}
-
-// Raw 16-bit little-endian samples as numbers.
-inline std::vector<std::int16_t> samples_of(const std::string& bytes)
-{
-    std::vector<std::int16_t> s(bytes.size() / 2);
-    std::memcpy(s.data(), bytes.data(), s.size() * 2);
-    return s;
-}
+inline std::filesystem::path one(const std::string& name) { return test::one_media(name); }
 
 // What a decoder command (its output raw 16-bit samples) makes of `f`.
 inline std::vector<std::int16_t> reference_samples(const std::string& command)
@@ -143,6 +131,23 @@ std::string pull(Source& d, std::size_t frames, int request = 4096)
         out += bytes_of(r.bytes);
     }
     return out.substr(0, std::min(out.size(), frames * frame_bytes));
+}
+
+// Every byte `stage` gives, pulled `request` at a time until an empty record
+// (a stage that never ends fails the test).
+template <class Record>
+std::string drain(audio::Provider<Record>& stage, int request = 16384)
+{
+    std::string all;
+    for (int guard = 0; guard < 1000000; ++guard) {
+        Record r;
+        stage.get_data(r, request);
+        if (r.empty())
+            return all;
+        all += bytes_of(r.bytes);
+    }
+    ADD_FAILURE() << "the stage never ended";
+    return all;
 }
 
 // Hands out the reference `frames` at a time (at most what is asked for) and

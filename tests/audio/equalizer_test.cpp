@@ -40,20 +40,6 @@ std::vector<double> samples_of(const std::string& bytes)
     return v;
 }
 
-// Everything `stage` gives when pulled in the player's requests.
-std::string pull_all(audio::Provider<audio::PCMData>& stage)
-{
-    std::string all;
-    for (int guard = 0; guard < 100000; ++guard) {
-        audio::PCMData r;
-        stage.get_data(r, 16384);
-        if (r.empty())
-            break;
-        all += audio_test::bytes_of(r.bytes);
-    }
-    return all;
-}
-
 std::string equalize(const Reference& ref, double hz, double octaves, double db)
 {
     audio_test::PCMSource source(ref);
@@ -62,7 +48,7 @@ std::string equalize(const Reference& ref, double hz, double octaves, double db)
     eq.set_width(octaves);
     eq.set_amplitude(db);
     audio::connect(source, &eq);
-    std::string out = pull_all(eq);
+    std::string out = audio_test::drain(eq);
     audio::connect(source, nullptr);
     return out;
 }

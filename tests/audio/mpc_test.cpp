@@ -27,7 +27,7 @@ std::vector<std::int16_t> mpcdec(const std::filesystem::path& f)
     test::TempDir dir;
     const std::string wav = (dir / "ref.wav").string();
     EXPECT_EQ(test::run("mpcdec '" + f.string() + "' '" + wav + "' 2>/dev/null"), 0);
-    return reference_samples("sox '" + wav + "' -t raw -L -e signed-integer -b 16 -");
+    return samples_of(test::sox16(wav));
 }
 
 TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
@@ -40,13 +40,10 @@ TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
     EXPECT_EQ(d.get_rate(), 44100);
     EXPECT_EQ(d.get_bits(), 16);
     // The encoder's source and mpcdec's output agree on the length.
-    std::string source_samples;
-    ASSERT_EQ(test::run("soxi -s '" + test::media("pcm_s16_speech_stereo_44100.wav")[0].string() + "'",
-                        &source_samples),
-              0);
-    EXPECT_EQ(d.get_length(), std::stoi(source_samples));
+    const int source_samples = test::soxi_int(test::one_media("pcm_s16_speech_stereo_44100.wav"), "-s");
+    EXPECT_EQ(d.get_length(), source_samples);
     EXPECT_EQ(std::size_t(d.get_length()) * 2, ref.size());
-    EXPECT_NEAR(d.get_duration(), std::stod(source_samples) / 44100, 1e-9);
+    EXPECT_NEAR(d.get_duration(), source_samples / 44100.0, 1e-9);
     // ffprobe takes the duration of a Musepack file from whole blocks, too
     // coarse here: the bit rate is the file's size over the true duration.
     const double size_rate = double(std::filesystem::file_size(f)) * 8 / d.get_duration();

@@ -56,9 +56,7 @@ TEST(Records, DerivedValuesAgreeWithSoxAndNeverDivideByZero)
                              "pcm_u8_mono_22050.wav"}) {
         Reference ref = audio_test::sox_reference(name);
         PCMData all = audio_test::pcm_of(ref, 0, ref.bytes.size());
-        std::string samples;
-        ASSERT_EQ(test::run("soxi -s '" + test::media(name).at(0).string() + "'", &samples), 0);
-        EXPECT_EQ(all.sample_count(), std::stoul(samples)) << name;
+        EXPECT_EQ(all.sample_count(), std::size_t(test::soxi_int(test::one_media(name), "-s"))) << name;
         EXPECT_EQ(all.bytes_per_frame(), ref.channels * ref.bits / 8) << name;
     }
 

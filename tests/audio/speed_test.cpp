@@ -201,7 +201,7 @@ TEST(StretchFilter, LeavingASpeedWhilePullingGoesOnWhereItsOutputEnded)
 {
     // Stretched for two pulls, then back to normal speed: what follows is
     // the source from where the stretched output had got to, nothing repeated
-    // or lost. For the design's half speed that is exactly half its output;
+    // or lost. For half speed with the pitch held that is exactly half its output;
     // a time stretch ends on the tail of its last piece, so its output's last
     // frames line up with the source just before the plain part.
     const Reference speech = audio_test::sox_reference("pcm_s16_speech_16000.wav");

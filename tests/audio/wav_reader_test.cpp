@@ -24,17 +24,11 @@ using audio::FileReaderWAVPCM;
 using audio::PCMData;
 using audio_test::bytes_of;
 using audio_test::Sink;
+using test::le;
+using test::one_media;
+using test::wide;
 
 namespace {
-
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
-
-fs::path one_media(const std::string& name)
-{
-    auto found = test::media(name);
-    EXPECT_EQ(found.size(), 1u) << name;
-    return found.empty() ? fs::path() : found[0];
-}
 
 std::string soxi(const fs::path& f, const std::string& option)
 {
@@ -50,13 +44,6 @@ std::string sox_samples(const fs::path& f)
     std::string out;
     EXPECT_EQ(test::run("sox '" + f.string() + "' -t raw -L " + enc + " -", &out), 0) << f;
     return out;
-}
-
-std::uint32_t u32_at(const std::string& s, std::size_t at)
-{
-    return static_cast<std::uint8_t>(s[at]) | static_cast<std::uint8_t>(s[at + 1]) << 8 |
-           static_cast<std::uint32_t>(static_cast<std::uint8_t>(s[at + 2])) << 16 |
-           static_cast<std::uint32_t>(static_cast<std::uint8_t>(s[at + 3])) << 24;
 }
 
 void put_u16(std::string& s, std::size_t at, std::uint32_t v)
@@ -84,7 +71,7 @@ std::vector<Chunk> chunks_of(const std::string& file)
 {
     std::vector<Chunk> out;
     for (std::size_t at = 12; at + 8 <= file.size();) {
-        std::uint32_t size = u32_at(file, at + 4);
+        std::uint32_t size = le(file, at + 4);
         out.push_back({file.substr(at, 4), file.substr(at + 8, size)});
         at += 8 + size + (size & 1);
     }
@@ -123,21 +110,6 @@ std::string read_all(FileReaderWAVPCM& r, int n, int* records = nullptr)
         all += bytes_of(rec.bytes);
         if (records)
             ++*records;
-    }
-    ADD_FAILURE() << "reader never ended";
-    return all;
-}
-
-template <class Record, class Reader>
-std::string read_blocks(Reader& r, int n)
-{
-    std::string all;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        Record rec;
-        r.get_data(rec, n);
-        if (rec.empty())
-            return all;
-        all += bytes_of(rec.bytes);
     }
     ADD_FAILURE() << "reader never ended";
     return all;
@@ -543,12 +515,12 @@ TEST(WavReader, ShortFilesPlayToTheLastWholeRequestOrBlock)
         if (std::string(name).starts_with("gsm")) {
             FileReaderWAVGSM g(wide(dir / name));
             ASSERT_TRUE(g.is_open());
-            got = read_blocks<audio::GSMData>(g, 3);
+            got = audio_test::drain<audio::GSMData>(g, 3);
             EXPECT_EQ(g.get_position(), 7);
         } else {
             FileReaderWAVADPCM a(wide(dir / name));
             ASSERT_TRUE(a.is_open());
-            got = read_blocks<audio::ADPCMData>(a, 3);
+            got = audio_test::drain<audio::ADPCMData>(a, 3);
             EXPECT_EQ(a.get_position(), 7);
         }
         EXPECT_TRUE(got == coded.substr(offset, 7 * align));

@@ -52,13 +52,6 @@ protected:
         return test::run_quillctl({"convert", in.string(), out.string()}, err_dir_.path());
     }
 
-    fs::path media(const std::string& name)
-    {
-        auto found = test::media(name);
-        EXPECT_EQ(found.size(), 1u) << name;
-        return found.empty() ? fs::path() : found[0];
-    }
-
     fs::path copy(const fs::path& from, const std::string& name)
     {
         fs::copy_file(from, dir_ / name, fs::copy_options::overwrite_existing);
@@ -100,7 +93,7 @@ TEST_F(Convert, MakesA64kMp3WithTheMarksAtTheirTimes)
     for (const char* name : {"pcm_s16_speech_16000.wav", "pcm_s16_speech_stereo_44100.wav", "pcm_u8_mono_22050.wav",
                              "adpcm_mono_8000.wav", "gsm_mono_8000.wav"}) {
         SCOPED_TRACE(name);
-        const fs::path in = copy(media(name), name);
+        const fs::path in = copy(test::one_media(name), name);
         const RangeMarks old = mark_thirds(in);
         const fs::path out = dir_ / (std::string(name) + ".mp3");
         const Result r = convert(in, out);
@@ -143,7 +136,7 @@ TEST_F(Convert, MakesA64kMp3WithTheMarksAtTheirTimes)
 // leaves nothing beside it.
 TEST_F(Convert, ReplacesAnExistingTargetOnlyOnSuccess)
 {
-    const fs::path in = copy(media("pcm_s16_speech_16000.wav"), "speech.wav");
+    const fs::path in = copy(test::one_media("pcm_s16_speech_16000.wav"), "speech.wav");
     const fs::path out = dir_ / "out.mp3";
     test::write_file(out, "old contents");
     test::write_file(dir_ / "out.mp3.bm", "stale marks");
@@ -164,7 +157,7 @@ TEST_F(Convert, ReplacesAnExistingTargetOnlyOnSuccess)
 // exit 1, and no file left behind.
 TEST_F(Convert, RefusesWhatItCannotFinish)
 {
-    const fs::path in = copy(media("pcm_s16_speech_16000.wav"), "speech.wav");
+    const fs::path in = copy(test::one_media("pcm_s16_speech_16000.wav"), "speech.wav");
 
     expect_one_line_naming(convert(in, dir_ / "missing" / "out.mp3"), "missing/out.mp3");
 
@@ -206,7 +199,7 @@ TEST_F(Convert, RefusesWhatItCannotFinish)
 // target nor side file.
 TEST_F(Convert, ConversionRunsOnItsThreadAndCleansUpWhenStopped)
 {
-    const fs::path in = copy(media("pcm_s16_speech_16000.wav"), "speech.wav");
+    const fs::path in = copy(test::one_media("pcm_s16_speech_16000.wav"), "speech.wav");
     mark_thirds(in);
     {
         Conversion c(wide(in), wide(dir_ / "done.mp3"));
