@@ -19,36 +19,11 @@ namespace fs = std::filesystem;
 using audio::PCMData;
 using audio::RouteMarks;
 using audio_test::bytes_of;
+using test::one_media;
+using test::soxi_int;
+using test::wide;
 
 namespace {
-
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
-
-fs::path one_media(const std::string& name)
-{
-    auto found = test::media(name);
-    EXPECT_EQ(found.size(), 1u) << name;
-    return found.empty() ? fs::path() : found[0];
-}
-
-int soxi_int(const fs::path& f, const std::string& option)
-{
-    std::string out;
-    EXPECT_EQ(test::run("soxi " + option + " '" + f.string() + "'", &out), 0) << f;
-    return out.empty() ? -1 : std::stoi(out);
-}
-
-// sox's decode to 16-bit little-endian samples, the first `frames` of them.
-std::string sox_decode(const fs::path& f, std::size_t frames)
-{
-    std::string out;
-    EXPECT_EQ(test::run("sox '" + f.string() + "' -t raw -e signed-integer -b 16 -L - trim 0 " +
-                            std::to_string(frames) + "s",
-                        &out),
-              0)
-        << f;
-    return out;
-}
 
 // What the player would get: requests of `n` frames through the fixed head
 // of the play path until an empty record.
@@ -160,51 +135,6 @@ TEST(PlayChain, FindsTheFormatByContentNotByName)
     EXPECT_EQ(zero->get_reader()->get_duration(), 0.0);
     EXPECT_TRUE(zero->get_reader()->is_eof());
     EXPECT_TRUE(pull_all(*zero).bytes.empty());
-}
-
-TEST(PlayChain, DecodesTheWavFamilyAsSoxDoes)
-{
-    // PCM comes out as stored: 8-bit stays unsigned 8-bit.
-    for (const auto& f : test::media("pcm_*.wav")) {
-        SCOPED_TRACE(f.filename().string());
-        const audio_test::Reference ref = audio_test::sox_reference(f.filename().string());
-        auto chain = open(f);
-        ASSERT_TRUE(chain);
-        Pulled p = pull_all(*chain);
-        EXPECT_TRUE(p.formats_agree);
-        EXPECT_EQ(p.bits, ref.bits);
-        EXPECT_EQ(p.channels, ref.channels);
-        EXPECT_EQ(p.rate, ref.rate);
-        EXPECT_TRUE(p.bytes == ref.bytes) << p.bytes.size() << " bytes against " << ref.bytes.size();
-        EXPECT_TRUE(chain->get_reader()->is_eof());
-    }
-    // ADPCM and GSM decode to 16 bits over the whole blocks of the fact chunk.
-    std::vector<fs::path> coded = test::media("adpcm_*.wav");
-    for (const auto& f : test::media("gsm_*.wav"))
-        coded.push_back(f);
-    for (const auto& f : coded) {
-        SCOPED_TRACE(f.filename().string());
-        auto chain = open(f);
-        ASSERT_TRUE(chain);
-        audio::FileReader& r = *chain->get_reader();
-        const auto frames = static_cast<std::size_t>(r.get_duration() * r.get_rate() + 0.5);
-        ASSERT_GT(frames, 0u);
-        EXPECT_LE(static_cast<long>(frames), soxi_int(f, "-s"));
-        const std::string ref = sox_decode(f, frames);
-        for (int n : {16384, 777}) {
-            r.set_position(0);
-            Pulled p = pull_all(*chain, n);
-            EXPECT_TRUE(p.formats_agree);
-            EXPECT_EQ(p.bits, 16);
-            EXPECT_EQ(p.channels, soxi_int(f, "-c"));
-            EXPECT_EQ(p.rate, soxi_int(f, "-r"));
-            // GSM keeps its filter state over the seek back to the start.
-            if (n == 16384 || chain->get_format() == audio::kFormatADPCM)
-                EXPECT_TRUE(p.bytes == ref) << n << ": " << p.bytes.size() << " bytes against " << ref.size();
-            else
-                EXPECT_EQ(p.bytes.size(), ref.size());
-        }
-    }
 }
 
 TEST(PlayChain, TitleIsTheFileNameOrTheTagsTitle)
