@@ -292,18 +292,6 @@ TEST(BlockEncoder, GathersAcrossRecordsDropsOtherFormatsAndLosesTail)
     EXPECT_EQ(file.all_bytes(), ref.bytes.substr(0, whole * block_bytes));
 }
 
-TEST(BlockEncoder, RefusedFormatDropsEverything)
-{
-    Reference u8 = audio_test::sox_reference("pcm_u8_mono_22050.wav");
-    VerbatimEncoder encoder;
-    Sink<ADPCMData> file;
-    audio::connect(encoder, &file);
-    for (std::size_t pos = 0; pos < u8.bytes.size(); pos += 300)
-        encoder.on_data(audio_test::pcm_of(u8, pos, 300));
-    EXPECT_TRUE(file.records.empty());
-    EXPECT_GE(encoder.made, 1);
-}
-
 TEST(BlockEncoder, PullFormFillsWholeBlocksFromItsSource)
 {
     Reference ref = audio_test::sox_reference("pcm_s16_mono_22050.wav");

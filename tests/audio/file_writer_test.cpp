@@ -31,10 +31,11 @@ using audio::ADPCMData;
 using audio::GSMData;
 using audio::PCMData;
 using audio_test::Reference;
+using test::le;
+using test::sox16;
+using test::wide;
 
 namespace {
-
-std::wstring wide(const fs::path& p) { return liba::from_utf8(p.string()); }
 
 std::string q(const fs::path& p) { return "'" + p.string() + "'"; }
 
@@ -70,28 +71,12 @@ std::string probe_line(const std::string& codec, int rate, int channels)
            std::to_string(channels);
 }
 
-// What sox decodes, as 16-bit little-endian samples.
-std::string sox_s16(const fs::path& f)
-{
-    std::string out;
-    EXPECT_EQ(test::run("sox " + q(f) + " -t raw -e signed-integer -b 16 -L -", &out), 0) << f;
-    return out;
-}
-
 std::string sox_raw(const fs::path& f, int bits)
 {
     std::string out;
     std::string enc = bits == 8 ? "-e unsigned-integer" : "-e signed-integer";
     EXPECT_EQ(test::run("sox " + q(f) + " -t raw -L " + enc + " -", &out), 0) << f;
     return out;
-}
-
-std::uint32_t le32(const std::string& s, std::size_t at)
-{
-    std::uint32_t v = 0;
-    for (int i = 3; i >= 0; --i)
-        v = v << 8 | static_cast<std::uint8_t>(s[at + static_cast<std::size_t>(i)]);
-    return v;
 }
 
 // Pushes `ref` in records of `frames` frames, the first one `first` frames.
@@ -204,70 +189,44 @@ TEST(FileWriterWAVPCM, MakesNoFileWithoutRecordsAndKeepsItsFirstFormat)
     EXPECT_FALSE(bad.is_good());
 }
 
-TEST(FileWriterWAVADPCM, EncodedSpeechDecodesInSoxInWholeBlocks)
+// Writes the blocks the encoder makes of `source` and checks the file as
+// ffprobe and sox see it. That sox decodes the blocks as our decoder does is
+// checked with the codecs.
+template <class Writer, class Encoder, class Data>
+void expect_block_file(const char* source, std::size_t block_bytes, std::size_t spb, const char* codec,
+                       const char* encoding)
 {
+    SCOPED_TRACE(source);
     test::TempDir dir;
-    for (const char* name : {"pcm_s16_speech_16000.wav", "pcm_s16_speech_stereo_44100.wav"}) {
-        SCOPED_TRACE(name);
-        const Reference ref = audio_test::sox_reference(name);
-        const auto blocks = encode<audio::EncoderADPCM, ADPCMData>(ref);
-        ASSERT_FALSE(blocks.empty());
-        const int block_size = blocks[0].block_size;
-        const int spb = audio::adpcm_samples_per_block(block_size, ref.channels, 4);
-        const fs::path out = dir / (std::string("adpcm_") + name);
-        std::size_t count = 0;
-        {
-            audio::FileWriterWAVADPCM w(wide(out), false);
-            for (const auto& b : blocks) {
-                w.on_data(b);
-                count += b.bytes.size() / static_cast<std::size_t>(block_size);
-            }
-            EXPECT_TRUE(w.is_good());
-            EXPECT_EQ(w.get_position(), static_cast<std::int32_t>(count));
-        }
-        const std::size_t frames = ref.bytes.size() / static_cast<std::size_t>(2 * ref.channels);
-        EXPECT_EQ(count, frames / static_cast<std::size_t>(spb));
-        EXPECT_EQ(ffprobe(out), probe_line("adpcm_ms", ref.rate, ref.channels));
-        EXPECT_EQ(soxi(out, "-e"), "MS ADPCM");
-        EXPECT_EQ(soxi(out, "-s"), std::to_string(count * static_cast<std::size_t>(spb)));
-        // sox decodes to what our own reader and decoder make of the file.
-        const std::string decoded = sox_s16(out);
-        EXPECT_EQ(decoded.size(), count * static_cast<std::size_t>(spb * ref.channels * 2));
-        audio::FileReaderWAVADPCM r(wide(out));
-        ASSERT_TRUE(r.is_open());
-        EXPECT_EQ(r.get_length(), static_cast<std::int32_t>(count));
-        audio::DecoderADPCM d;
-        audio::connect(r, &d);
-        std::string ours;
-        for (PCMData rec; d.get_data(rec, 16384), !rec.empty();)
-            ours += audio_test::bytes_of(rec.bytes);
-        audio::connect(r, nullptr);
-        EXPECT_EQ(ours, decoded);
-    }
-}
-
-TEST(FileWriterWAVGSM, EncodedSpeechDecodesInSoxInWholeBlocks)
-{
-    test::TempDir dir;
-    const Reference ref = audio_test::sox_reference("pcm_s16_speech_8000.wav");
-    const auto blocks = encode<audio::EncoderGSM, GSMData>(ref);
-    const fs::path out = dir / "gsm.wav";
+    const Reference ref = audio_test::sox_reference(source);
+    const auto blocks = encode<Encoder, Data>(ref);
+    const fs::path out = dir / "out.wav";
     std::size_t count = 0;
     {
-        audio::FileWriterWAVGSM w(wide(out), false);
+        Writer w(wide(out), false);
         for (const auto& b : blocks) {
             w.on_data(b);
-            count += b.bytes.size() / 65;
+            count += b.bytes.size() / block_bytes;
         }
         EXPECT_TRUE(w.is_good());
         EXPECT_EQ(w.get_position(), static_cast<std::int32_t>(count));
     }
-    EXPECT_EQ(count, ref.bytes.size() / 2 / 320);
-    EXPECT_EQ(ffprobe(out), probe_line("gsm_ms", 8000, 1));
-    EXPECT_EQ(soxi(out, "-e"), "GSM");
-    EXPECT_EQ(soxi(out, "-s"), std::to_string(count * 320));
-    EXPECT_EQ(sox_s16(out).size(), count * 640);
-    EXPECT_EQ(fs::file_size(out), 60 + count * 65);
+    const auto channels = static_cast<std::size_t>(ref.channels);
+    EXPECT_EQ(count, ref.bytes.size() / (2 * channels) / spb);
+    EXPECT_EQ(ffprobe(out), probe_line(codec, ref.rate, ref.channels));
+    EXPECT_EQ(soxi(out, "-e"), encoding);
+    EXPECT_EQ(soxi(out, "-s"), std::to_string(count * spb));
+    EXPECT_EQ(sox16(out).size(), count * spb * channels * 2);
+}
+
+TEST(FileWriterWAV, BlockFilesHoldWholeBlocksThatSoxAndFfprobeRead)
+{
+    expect_block_file<audio::FileWriterWAVADPCM, audio::EncoderADPCM, ADPCMData>("pcm_s16_speech_16000.wav", 256, 500,
+                                                                                 "adpcm_ms", "MS ADPCM");
+    expect_block_file<audio::FileWriterWAVADPCM, audio::EncoderADPCM, ADPCMData>(
+        "pcm_s16_speech_stereo_44100.wav", 2048, 2036, "adpcm_ms", "MS ADPCM");
+    expect_block_file<audio::FileWriterWAVGSM, audio::EncoderGSM, GSMData>("pcm_s16_speech_8000.wav", 65, 320,
+                                                                           "gsm_ms", "GSM");
 }
 
 TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
@@ -341,7 +300,7 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
         w.on_data(ablocks[0]);
     }
     const std::string adpcm_before = test::read_file(adpcm);
-    const std::string decoded_before = sox_s16(adpcm);
+    const std::string decoded_before = sox16(adpcm);
     {
         audio::FileWriterWAVADPCM w(wide(adpcm), true);
         EXPECT_TRUE(w.is_good());
@@ -352,8 +311,8 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
     const std::string adpcm_after = test::read_file(adpcm);
     EXPECT_EQ(adpcm_after.substr(90, adpcm_before.size() - 90), adpcm_before.substr(90));
     const std::size_t ablock_count = (adpcm_after.size() - 90) / 256;
-    EXPECT_EQ(le32(adpcm_after, 78), ablock_count * 500); // fact
-    EXPECT_EQ(sox_s16(adpcm).substr(0, decoded_before.size()), decoded_before);
+    EXPECT_EQ(le(adpcm_after, 78), ablock_count * 500); // fact
+    EXPECT_EQ(sox16(adpcm).substr(0, decoded_before.size()), decoded_before);
     EXPECT_EQ(soxi(adpcm, "-s"), std::to_string(ablock_count * 500));
 
     const auto gblocks = encode<audio::EncoderGSM, GSMData>(speech8);
@@ -409,8 +368,8 @@ TEST(FileWriterWAV, FullFileSystemLeavesAValidFileCutAtAUnitBoundary)
     EXPECT_EQ(rc, 0);
     std::string file = test::read_file(pcm);
     EXPECT_EQ(file.size(), 44u + 4 * 30000);
-    EXPECT_EQ(le32(file, 40), 4u * 30000);
-    EXPECT_EQ(le32(file, 4), file.size() - 8);
+    EXPECT_EQ(le(file, 40), 4u * 30000);
+    EXPECT_EQ(le(file, 4), file.size() - 8);
     EXPECT_EQ(sox_raw(pcm, 16), ref.bytes.substr(0, 4 * 30000));
 
     // ADPCM: the limit in the middle of a block.
@@ -429,7 +388,7 @@ TEST(FileWriterWAV, FullFileSystemLeavesAValidFileCutAtAUnitBoundary)
     EXPECT_EQ(file.size(), 90u + 7 * static_cast<std::size_t>(bs));
     const int spb = audio::adpcm_samples_per_block(bs, 1, 4);
     EXPECT_EQ(soxi(adpcm, "-s"), std::to_string(7 * spb));
-    EXPECT_EQ(sox_s16(adpcm).size(), 7u * static_cast<std::size_t>(spb) * 2);
+    EXPECT_EQ(sox16(adpcm).size(), 7u * static_cast<std::size_t>(spb) * 2);
 
     // GSM likewise.
     const Reference speech8 = audio_test::sox_reference("pcm_s16_speech_8000.wav");
