@@ -367,27 +367,20 @@ TEST(WavReader, EachReaderTakesOnlyItsOwnFormat)
     const fs::path pcm = one_media("pcm_s16_mono_8000.wav");
     const fs::path adpcm = one_media("adpcm_mono_8000.wav");
     const fs::path gsm = one_media("gsm_sox_of_speech_8000.wav");
-    {
-        FileReaderWAVADPCM a(wide(pcm));
-        FileReaderWAVGSM g(wide(pcm));
-        expect_closed(a, "PCM as ADPCM");
-        expect_closed(g, "PCM as GSM");
-    }
-    {
-        FileReaderWAVPCM p(wide(adpcm));
-        FileReaderWAVGSM g(wide(adpcm));
-        expect_closed(p, "ADPCM as PCM");
-        expect_closed(g, "ADPCM as GSM");
-        FileReaderWAVADPCM a(wide(adpcm));
-        EXPECT_TRUE(a.is_open());
-    }
-    {
-        FileReaderWAVPCM p(wide(gsm));
-        FileReaderWAVADPCM a(wide(gsm));
-        expect_closed(p, "GSM as PCM");
-        expect_closed(a, "GSM as ADPCM");
-        FileReaderWAVGSM g(wide(gsm));
-        EXPECT_TRUE(g.is_open());
+    for (const fs::path& f : {pcm, adpcm, gsm}) {
+        const std::string name = f.filename().string();
+        FileReaderWAVPCM p(wide(f));
+        FileReaderWAVADPCM a(wide(f));
+        FileReaderWAVGSM g(wide(f));
+        EXPECT_EQ(p.is_open(), f == pcm) << name;
+        EXPECT_EQ(a.is_open(), f == adpcm) << name;
+        EXPECT_EQ(g.is_open(), f == gsm) << name;
+        if (f != pcm)
+            expect_closed(p, name + " as PCM");
+        if (f != adpcm)
+            expect_closed(a, name + " as ADPCM");
+        if (f != gsm)
+            expect_closed(g, name + " as GSM");
     }
     expect_no_reader_opens(dir / "not_there.wav", "a missing file");
     expect_no_reader_opens(one_media("mp3_cbr64_16000.mp3"), "an MP3 file");
