@@ -181,6 +181,23 @@ TEST(Skinc, RefusesBadSourcesNamingFileAndLine)
         {"<form name=\"A\">\n<control id=\"b\" class=\"Button\"/>\n<control id=\"b\" class=\"Button\"/>\n</form>", 5,
          "a second control"},
         {"<form name=\"A\">\n<control id=\"b\"/>\n</form>", 4, "needs the attribute 'class'"},
+        // A control outside its form: past the form's own size, past the
+        // screen of a form without one, left of or above it, or so in one
+        // variant only ("AWide" is a variant of "A").
+        {"<form name=\"A\">\n<point name=\"Size\" value=\"100 50\"/>\n<control id=\"b\" class=\"Button\">\n"
+         "<point name=\"Position\" value=\"90 10\"/>\n<point name=\"Size\" value=\"11 10\"/>\n</control>\n</form>",
+         6, "the control 'b' (90 10, 11x10) lies outside its form 'A' (100x50)"},
+        {"<form name=\"A\">\n<control id=\"b\" class=\"Frame\">\n<point name=\"Size\" value=\"10 321\"/>\n"
+         "</control>\n</form>",
+         5, "outside its form 'A' (240x320)"},
+        {"<form name=\"A\">\n<control id=\"b\" class=\"Frame\">\n<point name=\"Position\" value=\"0 -1\"/>\n"
+         "</control>\n</form>",
+         5, "the control 'b' (0 -1, 0x0) lies outside"},
+        {"<form name=\"A\">\n<control id=\"b\" class=\"Frame\">\n<point name=\"Position\" value=\"200 0\"/>\n"
+         "<point name=\"Size\" value=\"40 320\"/>\n</control>\n</form>\n<form name=\"AWide\">\n"
+         "<point name=\"Size\" value=\"320 200\"/>\n<control id=\"b\" class=\"Frame\">\n"
+         "<point name=\"Position\" value=\"200 0\"/>\n<point name=\"Size\" value=\"40 320\"/>\n</control>\n</form>",
+         12, "outside its form 'AWide' (320x200)"},
         {"<form name=\"A\">\n<integer name=\"X\" value=\"1\"/>\n</form>", 4, "unknown element <integer>"},
         {"<form name=\"A\" size=\"1\"/>", 3, "unknown attribute 'size'"},
         {"<panel/>", 3, "unknown element <panel>"},
@@ -191,6 +208,11 @@ TEST(Skinc, RefusesBadSourcesNamingFileAndLine)
         EXPECT_EQ(error.rfind("skin.xml:" + std::to_string(c.line) + ": ", 0), 0u) << c.body << "\n" << error;
         EXPECT_NE(error.find(c.says), std::string::npos) << c.body << "\n" << error;
     }
+    // A control filling its form to the last pixel is within it.
+    EXPECT_EQ(skin_test::compile(dir.path(), skin_test::skin_xml("<form name=\"A\"><control id=\"b\" class=\"Frame\">"
+                                                                 "<point name=\"Size\" value=\"240 320\"/>"
+                                                                 "</control></form>")),
+              "");
     EXPECT_NE(skin_test::compile(dir.path(), skin_test::skin_xml("", "Quillaphonics_500_and_then_far_too_long")).find(
                   "longer than 31"),
               std::string::npos);

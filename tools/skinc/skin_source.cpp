@@ -366,6 +366,47 @@ private:
     std::wstring error_;
 };
 
+const Property* point_of(const Node& node, const wchar_t* key)
+{
+    for (const Property& p : node.properties)
+        if (p.type == skinner::Table::kPoints && p.key == key)
+            return &p;
+    return nullptr;
+}
+
+// Every control must lie within its form: a form variant by its own "Size",
+// a form without one by the largest screen the skin names, as it fills the
+// screen. A control beyond that is never seen, which is a slip of the skin
+// maker's, not a way of hiding it ("Visible" does that).
+bool controls_within_forms(const SkinSource& source, std::wstring& error)
+{
+    int32_t screen_w = 0, screen_h = 0;
+    for (const skinner::NativeSize& s : source.sizes)
+        screen_w = std::max(screen_w, s.width), screen_h = std::max(screen_h, s.height);
+    for (const Node& form : source.forms) {
+        int32_t w = screen_w, h = screen_h;
+        if (const Property* size = point_of(form, L"Size"))
+            w = size->x, h = size->y;
+        if (w <= 0 || h <= 0)
+            continue;
+        for (const Node& c : form.controls) {
+            const Property* at = point_of(c, L"Position");
+            const Property* size = point_of(c, L"Size");
+            const int32_t x = at ? at->x : 0, y = at ? at->y : 0;
+            const int32_t cw = size ? size->x : 0, ch = size ? size->y : 0;
+            if (x >= 0 && y >= 0 && x + cw <= w && y + ch <= h)
+                continue;
+            const int line = at ? at->line : size ? size->line : c.line;
+            error = source.file + L":" + liba::int_to_text(line) + L": the control '" + c.name + L"' (" +
+                    liba::int_to_text(x) + L" " + liba::int_to_text(y) + L", " + liba::int_to_text(cw) + L"x" +
+                    liba::int_to_text(ch) + L") lies outside its form '" + form.name + L"' (" +
+                    liba::int_to_text(w) + L"x" + liba::int_to_text(h) + L")";
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 bool font_spec_ok(std::wstring_view spec)
@@ -396,7 +437,7 @@ bool parse_skin_source(std::string_view xml, const std::wstring& file, const Pic
 {
     out = SkinSource{};
     out.file = file;
-    return Parser(xml, file, pictures, out).run(error);
+    return Parser(xml, file, pictures, out).run(error) && controls_within_forms(out, error);
 }
 
 } // namespace skinc

@@ -75,7 +75,9 @@ struct SkinSource {
 // exists, and its size in pixels (-1 when the format's header doesn't say).
 using PictureLookup = std::function<bool(const std::wstring& name, int* width, int* height)>;
 
-// Parses the source text. On failure returns false with `error` as
+// Parses the source text and checks that every control lies within its
+// form (by the form's "Size", else the largest native size). On failure
+// returns false with `error` as
 // "FILE:LINE: what", FILE being `file`.
 bool parse_skin_source(std::string_view xml, const std::wstring& file, const PictureLookup& pictures,
                        SkinSource& out, std::wstring& error);
