@@ -31,14 +31,14 @@ std::string q(const fs::path& p) { return "'" + p.string() + "'"; }
 // Speech from the build's media, resampled by sox to `rate` and `channels`.
 Reference speech(const test::TempDir& dir, int rate, int channels)
 {
-    const fs::path src = test::media(channels == 1 ? "pcm_s16_speech_16000.wav" : "pcm_s16_speech_stereo_44100.wav").at(0);
+    const fs::path src = test::one_media(channels == 1 ? "pcm_s16_speech_16000.wav" : "pcm_s16_speech_stereo_44100.wav");
     const fs::path wav = dir / ("speech_" + std::to_string(rate) + "_" + std::to_string(channels) + ".wav");
-    EXPECT_EQ(test::run("sox " + q(src) + " -r " + std::to_string(rate) + " " + q(wav)), 0);
+    test::run_out("sox " + q(src) + " -r " + std::to_string(rate) + " " + q(wav));
     Reference ref;
     ref.channels = channels;
     ref.bits = 16;
     ref.rate = rate;
-    EXPECT_EQ(test::run("sox " + q(wav) + " -t raw -e signed-integer -L -", &ref.bytes), 0);
+    ref.bytes = test::sox16(wav);
     return ref;
 }
 
