@@ -130,8 +130,7 @@ status::CQuillaphonicsStatus StatusPublication::recording_status() const
     s.bits = r.bits;
     s.kbps = r.bit_rate / 1000;
     s.stereo = r.channels == 2 ? 1 : 0;
-    // The elapsed time comes with the record path's time meter.
-    s.time_ms = 0;
+    s.time_ms = static_cast<int32_t>(document_.record_time() * 1000.0);
     return s;
 }
 

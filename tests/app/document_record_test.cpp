@@ -145,6 +145,12 @@ TEST(DocumentRecord, QuillctlRecordAndStopIntoARunningProgramKeepTheInput)
     // The device delivers in real time: let it play the whole clip in.
     const auto clip = std::chrono::milliseconds(input.size() * 1000 / (22050 * 2));
     std::this_thread::sleep_for(clip + std::chrono::milliseconds(800));
+    // The status counts the time recorded so far, in milliseconds.
+    ASSERT_EQ(test::quillctl("status", &out), 0);
+    EXPECT_NE(out.find("state: recording\n"), std::string::npos) << out;
+    const auto at = out.find("time_ms: ");
+    ASSERT_NE(at, std::string::npos) << out;
+    EXPECT_GE(std::stol(out.substr(at + 9)), long(clip.count())) << out;
     ASSERT_EQ(test::quillctl("stop", &out), 0);
     EXPECT_EQ(out, "ok\n");
     end_server();
