@@ -130,7 +130,10 @@ TEST(DecodeStages, SpeedsGiveTheirLengthAndPitchWithoutClicks)
                 want = median_pitch(samples_of(run_out("sox " + quote(f.string()) + " -t raw - tempo -s " +
                                                        std::to_string(c.speed))),
                                     rate);
-            EXPECT_NEAR(median_pitch(out, rate) / want, 1.0, 0.01) << name << " " << options;
+            // 3% is a semitone's half: a pitch that follows the speed misses
+            // it by 25% at 1.25, while two good stretches of one clip differ
+            // by up to about 1% (and the clip varies with espeak-ng's build).
+            EXPECT_NEAR(median_pitch(out, rate) / want, 1.0, 0.03) << name << " " << options;
             // Clicks, in speech: fast play drops frames on purpose, and a
             // tone's period at 8 kHz is no whole number of frames, which bends
             // the repeated periods of half speed at each seam.
