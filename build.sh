@@ -19,6 +19,7 @@ PACKAGES=(
   gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
   sox libsox-fmt-all lame vorbis-tools musepack-tools ffmpeg espeak-ng hyperfine stress-ng librsvg2-bin zip madplay
   python3-mutagen
+  libsystemd-dev dbus playerctl
 )
 
 install_missing() {
