@@ -271,11 +271,14 @@ void Screen::key_down(const SDL_Event& e)
 {
     if (zoom_key(e))
         return;
-    Form* form = input_form();
     // The character typed with this key waits in the queue as its own event.
-    wchar_t character = 0;
     SDL_Event text;
-    if (SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT) == 1) {
+    bool typed = SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT) == 1;
+    if (key_filter_ && key_filter_(e.key.keysym.sym))
+        return;
+    Form* form = input_form();
+    wchar_t character = 0;
+    if (typed) {
         std::wstring w = liba::from_utf8(text.text.text);
         if (!w.empty() && w[0] >= 32)
             character = w[0];

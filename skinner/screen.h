@@ -44,6 +44,9 @@ public:
     bool set_zoom(int zoom);
     // Closing the window calls this instead of closing the form on top.
     void set_quit_handler(std::function<void()> handler) { quit_handler_ = std::move(handler); }
+    // Sees each pressed key after the zoom keys and before any form; true
+    // takes the key (and the character it typed) away from the forms.
+    void set_key_filter(std::function<bool(SDL_Keycode)> filter) { key_filter_ = std::move(filter); }
     void show_window(bool shown);
     bool window_shown() const;
     SDL_Surface* surface() const { return surface_; }
@@ -81,6 +84,7 @@ private:
     Point size_;
     int zoom_ = 1;
     std::function<void()> quit_handler_;
+    std::function<bool(SDL_Keycode)> key_filter_;
     SDL_Window* window_ = nullptr;
     SDL_Surface* surface_ = nullptr;
     Uint32 paint_event_ = 0;

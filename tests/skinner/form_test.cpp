@@ -4,6 +4,7 @@
 #include "skinner/control_frame.h"
 #include "skinner/control_picture.h"
 #include "skinner/form_impl.h"
+#include "skinner/hardware_keys.h"
 #include "liba/timer.h"
 
 #include "skin_test_support.h"
@@ -164,6 +165,52 @@ TEST(Form, LetterReachesOnTextOnly)
     EXPECT_EQ(counter.keys.back(), skinner::kKeyLeft);
     screen.text("\xc3\xa9");
     EXPECT_EQ(counter.texts, L"a\u00e9");
+}
+
+TEST(Form, HardwareKeySendsItsCommandBeforeTheFocusedControl)
+{
+    TestScreen screen(1);
+    ButtonsForm form(screen.properties());
+    KeyCounter counter(&form);
+    counter.set_focus();
+    struct Commands : skinner::Listener {
+        explicit Commands(const KeyCounter& c) : counter(c) {}
+        int on_command(const std::wstring& name) override
+        {
+            sent.push_back(name + L"@" + std::to_wstring(counter.keys.size()));
+            return 1;
+        }
+        const KeyCounter& counter;
+        std::vector<std::wstring> sent;
+    } commands(counter);
+    {
+        skinner::HardwareKeysImpl keys(screen.screen());
+        keys.set_listener(&commands);
+        ASSERT_EQ(keys.key_count(), 12);
+        EXPECT_EQ(keys.key_name(11), L"Button11");
+        const SDL_Keycode media[] = {SDLK_AUDIOPLAY, SDLK_AUDIOSTOP,    SDLK_AUDIOPREV, SDLK_AUDIONEXT,
+                                     SDLK_AUDIOREWIND, SDLK_AUDIOFASTFORWARD, SDLK_VOLUMEUP, SDLK_VOLUMEDOWN};
+        for (SDL_Keycode key : media)
+            screen.key(key);
+        EXPECT_EQ(commands.sent, (std::vector<std::wstring>{L"Play@0", L"Stop@0", L"Prev@0", L"Next@0", L"Rewind@0",
+                                                             L"Forward@0", L"VolumeUp@0", L"VolumeDown@0"}));
+        EXPECT_TRUE(counter.keys.empty()) << "an assigned key never reaches the focused control";
+
+        // F5 carries nothing until given a command; an unassigned key goes on.
+        screen.key(SDLK_F5);
+        EXPECT_EQ(counter.keys.size(), 1u);
+        keys.set_command(8, L"Record");
+        keys.assign(8, true);
+        keys.assign(0, false);
+        screen.key(SDLK_F5);
+        screen.key(SDLK_AUDIOPLAY);
+        EXPECT_EQ(commands.sent.back(), L"Record@1");
+        EXPECT_EQ(counter.keys.size(), 2u) << "the unassigned Play key reached the control";
+    }
+    // Gone with its manager: F5 is a key again.
+    screen.key(SDLK_F5);
+    EXPECT_EQ(counter.keys.size(), 3u);
+    EXPECT_EQ(commands.sent.size(), 9u);
 }
 
 TEST(Form, AnchorsFollowTheFormSize)
