@@ -1,0 +1,148 @@
+#include "app/main_form.h"
+
+#include "app/error_form.h"
+#include "audio/file_reader.h"
+#include "os/log.h"
+#include "os/path.h"
+
+#include <cstdio>
+#include <cwctype>
+
+namespace {
+
+constexpr const wchar_t* kMainForm = L"Main";
+
+std::wstring joined(std::initializer_list<std::wstring> parts)
+{
+    std::wstring out;
+    for (const std::wstring& p : parts) {
+        if (p.empty())
+            continue;
+        if (!out.empty())
+            out += L' ';
+        out += p;
+    }
+    return out;
+}
+
+std::wstring lowered(std::wstring text)
+{
+    for (wchar_t& c : text)
+        c = static_cast<wchar_t>(std::towlower(c));
+    return text;
+}
+
+} // namespace
+
+MainForm::MainForm(skinner::Properties& skin, Document& document)
+    : Form(nullptr, skin, kMainForm), document_(document), new_mark_(this, L"btnNewMark"),
+      previous_(this, L"btnRewind"), next_(this, L"btnForward"), play_(this, L"btnPlay", 2),
+      record_(this, L"btnRecord", 2), stop_(this, L"btnStop"), volume_(this, L"pbOutput"),
+      position_(this, L"pbPosition"), mode_(this, L"btnMode", 4), record_lamp_(this, L"checkRec"),
+      play_lamp_(this, L"checkPlay"), stereo_(this, L"checkStereo"), speed_(this, L"frmSpeed"),
+      vas_(this, L"checkVAS"), info_(this, L"frmInfo"), title_(this, L"frmTitle"), clock_(this, L"Clock"),
+      clock_mode_(this, L"btnClockMode")
+{
+    show(false);
+    // Display only: they show the Document's state and take no clicks.
+    vas_.set_enabled(false);
+    speed_.set_enabled(false);
+    stereo_.set_enabled(false);
+    timer_id_ = set_timer(kTickSeconds);
+    show_state();
+    show_position();
+    volume_.set_position(document_.volume());
+    update_position();
+    invalidate_all();
+}
+
+MainForm::~MainForm()
+{
+    if (timer_id_ != 0)
+        kill_timer(timer_id_);
+}
+
+void MainForm::on_timer(int id, int user_data)
+{
+    if (id == timer_id_ && id != 0) {
+        // While a dialog of this tick runs its own loop, ticks that arrive
+        // meanwhile don't match the id and can't come back in here.
+        timer_id_ = 0;
+        on_tick();
+        timer_id_ = id;
+    }
+    Form::on_timer(id, user_data);
+}
+
+void MainForm::on_tick()
+{
+    if (document_.is_recording()) {
+        check_recording();
+    } else if (!document_.is_healthy() && lowered(os::extension_of(document_.current_path())) == L"wma") {
+        // The only failed open worth a word: the system lacks the decoder.
+        ErrorForm(this, properties(), properties().translate(L"NO_WMA_CAPTION"), properties().translate(L"NO_WMA"))
+            .run();
+    }
+    // The Document ends an item that failed or ran out, and moves on by the mode.
+    document_.on_timer();
+    play_lamp_.update();
+    record_lamp_.update();
+}
+
+void MainForm::check_recording()
+{
+    if (document_.is_healthy())
+        return;
+    os::log() << "main: the recording failed\n";
+    document_.pause();
+    document_.notify_views();
+    ErrorForm(this, properties(), properties().translate(L"on_recording_error_caption"),
+              properties().translate(L"on_recording_error"))
+        .run();
+    document_.stop(this);
+    document_.notify_views();
+}
+
+void MainForm::on_document_changed(const ChangeFlags& changes)
+{
+    if (changes.state)
+        show_state();
+    if (changes.position || changes.state)
+        show_position();
+    if (changes.volume)
+        volume_.set_position(document_.volume());
+}
+
+void MainForm::show_state()
+{
+    const bool playing = document_.is_playing();
+    const bool recording = document_.is_recording();
+    const bool paused = document_.is_paused();
+    title_.set_text(playing || recording ? document_.title() : std::wstring());
+    vas_.set_checked(document_.settings().vas_on);
+    play_lamp_.set_flashing(playing);
+    record_lamp_.set_flashing(recording);
+    audio::FileReader* reader = document_.reader();
+    stereo_.set_checked(reader && reader->get_channels() == 2);
+    wchar_t speed[16];
+    std::swprintf(speed, 16, L"x%.1f", static_cast<int>((document_.speed() + 0.05) * 10) / 10.0);
+    speed_.set_text(speed);
+    stop_.set_enabled(playing || recording);
+    new_mark_.set_enabled(playing || recording);
+    previous_.set_enabled(playing && document_.play_order().position > 0);
+    next_.set_enabled(document_.play_order().has_next());
+    play_.set_enabled(playing || document_.item_count() > 0);
+    play_.set_state(playing && !paused ? 1 : 0);
+    record_.set_enabled(true);
+    record_.set_state(recording && !paused ? 1 : 0);
+}
+
+void MainForm::show_position()
+{
+    info_.set_text(joined({document_.rate_text(), document_.bitrate_text()}));
+    const double elapsed = document_.time_position();
+    const double left = document_.remaining_time();
+    const double length = elapsed + left;
+    position_.set_position(length > 0.0 ? elapsed / length : 0.0);
+    clock_.set_times(document_.is_recording() ? document_.record_time() : elapsed, left);
+}

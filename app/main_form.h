@@ -1,0 +1,76 @@
+#pragma once
+
+#include "app/document.h"
+#include "app/main_form_controls.h"
+#include "skinner/control_button.h"
+#include "skinner/control_frame.h"
+#include "skinner/control_progress.h"
+#include "skinner/form.h"
+
+#include <string>
+
+// The main window: the skin's "Main" with the transport buttons, the volume
+// and position bars, the lamps, the clock and the title lines. It turns
+// clicks and commands by name into Document calls and shows what the
+// Document says back; its 0.2-second timer is the tick on which the
+// Document notices the end of an item and failures.
+// Threads: the main thread only. The Document and the skin must outlive it.
+// Times are seconds, volume and bars 0..1.
+class MainForm : public skinner::Form, public Document::View {
+public:
+    static constexpr double kTickSeconds = Document::kTickSeconds;
+    static constexpr double kVolumeStep = 0.1;
+
+    MainForm(skinner::Properties& skin, Document& document);
+    ~MainForm() override;
+
+    int on_click(skinner::Control* control, int user_data) override;
+    // Every button and key ends here; 1 when the command was taken.
+    int on_command(const std::wstring& name) override;
+    int on_range_changed(skinner::Control* control, double value) override;
+    void on_timer(int id, int user_data) override;
+    void on_document_changed(const ChangeFlags& changes) override;
+
+    // For tests and the status: what the window shows now.
+    const ControlClock& clock() const { return clock_; }
+    const skinner::ControlButtonMultistate& play_button() const { return play_; }
+    const skinner::ControlButtonMultistate& record_button() const { return record_; }
+    const skinner::ControlButton& stop_button() const { return stop_; }
+    const skinner::ControlFrame& title_line() const { return title_; }
+    const skinner::ControlProgress& position_bar() const { return position_; }
+    const skinner::ControlProgress& volume_bar() const { return volume_; }
+    const ControlFlash& play_lamp() const { return play_lamp_; }
+    const ControlFlash& record_lamp() const { return record_lamp_; }
+
+private:
+    // The commands (main_form_commands.cpp).
+    void play(bool stop_when_playing);
+    void record(bool stop_when_recording);
+    void change_volume(double delta);
+    // The tick's own work (main_form.cpp).
+    void on_tick();
+    void check_recording();
+    void show_state();
+    void show_position();
+
+    Document& document_;
+    int timer_id_ = 0;
+    skinner::ControlButton new_mark_;
+    skinner::ControlButton previous_;
+    skinner::ControlButton next_;
+    skinner::ControlButtonMultistate play_;
+    skinner::ControlButtonMultistate record_;
+    skinner::ControlButton stop_;
+    skinner::ControlProgress volume_;
+    skinner::ControlProgress position_;
+    skinner::ControlButtonMultistate mode_;
+    ControlFlash record_lamp_;
+    ControlFlash play_lamp_;
+    skinner::ControlCheckBox stereo_;
+    skinner::ControlFrame speed_;
+    skinner::ControlCheckBox vas_;
+    skinner::ControlFrame info_;
+    skinner::ControlFrame title_;
+    ControlClock clock_;
+    skinner::ControlButton clock_mode_;
+};

@@ -1,0 +1,211 @@
+// The main window on the Default skin, headless: SDL's offscreen video and
+// disk audio, driven by real SDL clicks on its buttons and by its own
+// 0.2-second timer. What the disk device was handed is read back from the
+// driver's file, its silence taken out; sox makes the tones with a DC
+// offset, so none of their frames is that silence.
+#include "app/main_form.h"
+
+#include "liba/active.h"
+#include "liba/text.h"
+#include "os/event_loop.h"
+#include "os/path.h"
+#include "skinner/properties.h"
+#include "skinner/screen.h"
+#include "tests/support/test_support.h"
+
+#include <SDL.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace fs = std::filesystem;
+using skinner::Point;
+
+namespace {
+
+std::string read_bytes(const fs::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The 16-bit mono frames of `bytes` that are not zero.
+std::string without_silence(const std::string& bytes)
+{
+    std::string out;
+    for (size_t at = 0; at + 2 <= bytes.size(); at += 2) {
+        if (bytes[at] != 0 || bytes[at + 1] != 0)
+            out.append(bytes, at, 2);
+    }
+    return out;
+}
+
+std::wstring w(const fs::path& p) { return liba::from_utf8(p.string()); }
+
+class MainFormTest : public ::testing::Test {
+protected:
+    // `realtime`: the disk device takes a buffer as long as it sounds.
+    void open(bool realtime)
+    {
+        os::init_path_macros();
+        setenv("SDL_VIDEODRIVER", "offscreen", 1);
+        setenv("SDL_AUDIODRIVER", "disk", 1);
+        setenv("SDL_DISKAUDIOFILE", out.c_str(), 1);
+        if (realtime)
+            unsetenv("SDL_DISKAUDIODELAY");
+        else
+            setenv("SDL_DISKAUDIODELAY", "0", 1);
+        document = std::make_unique<Document>(w(dir.path() / "settings.xml"));
+        loop = std::make_unique<os::EventLoop>(scheduler);
+        skin = std::make_unique<skinner::Properties>(
+            w(test::program_dir() / "skins" / "Default" / "Default.skin"), Point{240, 320});
+        screen = std::make_unique<skinner::Screen>(*loop, Point{240, 320});
+        form = std::make_unique<MainForm>(*skin, *document);
+        form->show(true);
+        form->set_active(true);
+        screen->paint_now();
+    }
+    void TearDown() override
+    {
+        form.reset();
+        screen.reset();
+        skin.reset();
+        loop.reset();
+        document.reset();
+    }
+    // A mono 16-bit tone with no silent frame; its raw samples in `raw`.
+    fs::path tone(const std::string& name, double seconds, std::string* raw = nullptr)
+    {
+        fs::path p = dir.path() / name;
+        EXPECT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 '" + p.string() + "' synth " + std::to_string(seconds) +
+                            " sine 440 vol 0.4 dcshift 0.5"),
+                  0);
+        if (raw) {
+            fs::path r = dir.path() / (name + ".raw");
+            EXPECT_EQ(test::run("sox '" + p.string() + "' -t raw '" + r.string() + "'"), 0);
+            *raw = read_bytes(r);
+        }
+        return p;
+    }
+    void queue(const fs::path& file)
+    {
+        playlist::PlaylistEntry e;
+        e.path = w(file);
+        document->set_playlist(L"test", {e}, 0, false);
+        document->notify_views();
+    }
+    // A real pointer click in the middle of `button`.
+    void click(const skinner::Control& button)
+    {
+        const Point at = form->screen_position() + button.position() + Point{button.size().x / 2, button.size().y / 2};
+        for (Uint32 type : {SDL_MOUSEBUTTONDOWN, SDL_MOUSEBUTTONUP}) {
+            SDL_Event e{};
+            e.type = type;
+            e.button.button = SDL_BUTTON_LEFT;
+            e.button.clicks = 1;
+            e.button.x = at.x;
+            e.button.y = at.y;
+            SDL_PushEvent(&e);
+        }
+        SDL_Event e;
+        while (SDL_PollEvent(&e))
+            screen->handle_event(e);
+    }
+    // Runs the loop, whose passes end on the form's ticks, until `done`.
+    void run_until(const std::function<bool()>& done) { loop->run(done); }
+
+    test::PrivateHome home;
+    test::TempDir dir;
+    std::string out = (dir.path() / "out.raw").string();
+    CActiveScheduler scheduler;
+    std::unique_ptr<Document> document;
+    std::unique_ptr<os::EventLoop> loop;
+    std::unique_ptr<skinner::Properties> skin;
+    std::unique_ptr<skinner::Screen> screen;
+    std::unique_ptr<MainForm> form;
+};
+
+TEST_F(MainFormTest, PlayButtonPlaysTheFileToItsEndAndButtonsFollowTheState)
+{
+    std::string raw;
+    fs::path wav = tone("tone.wav", 1.3, &raw);
+    open(false);
+    EXPECT_FALSE(form->stop_button().is_enabled()) << "nothing to stop yet";
+    EXPECT_FALSE(form->play_button().is_enabled()) << "nothing to play yet";
+    queue(wav);
+    ASSERT_TRUE(form->play_button().is_enabled());
+
+    click(form->play_button());
+    ASSERT_TRUE(document->is_playing());
+    EXPECT_EQ(form->play_button().state(), 1) << "while playing the button would pause";
+    EXPECT_TRUE(form->stop_button().is_enabled());
+    EXPECT_TRUE(form->play_lamp().flashing());
+    EXPECT_FALSE(form->record_lamp().flashing());
+    EXPECT_EQ(form->title_line().text(), L"tone.wav");
+
+    // A second click pauses, a third resumes.
+    click(form->play_button());
+    EXPECT_TRUE(document->is_paused());
+    EXPECT_EQ(form->play_button().state(), 0);
+    click(form->play_button());
+    EXPECT_FALSE(document->is_paused());
+
+    // The form's own tick notices the end of the file.
+    run_until([&] { return !document->is_playing(); });
+    EXPECT_EQ(without_silence(read_bytes(out)), raw);
+    EXPECT_EQ(form->play_button().state(), 0);
+    EXPECT_FALSE(form->stop_button().is_enabled());
+    EXPECT_FALSE(form->play_lamp().flashing());
+    EXPECT_EQ(form->title_line().text(), L"");
+
+    // The volume steps stop at both ends of the bar.
+    struct Step {
+        const wchar_t* command;
+        int times;
+        double volume;
+    };
+    for (const Step& s : {Step{L"VolumeUp", 12, 1.0}, Step{L"VolumeDown", 3, 0.7}, Step{L"VolumeDown", 12, 0.0}}) {
+        for (int i = 0; i < s.times; ++i)
+            EXPECT_EQ(form->on_command(s.command), 1);
+        EXPECT_NEAR(document->volume(), s.volume, 1e-9) << s.command;
+        EXPECT_NEAR(form->volume_bar().value(), s.volume, 1e-9) << s.command;
+    }
+}
+
+TEST_F(MainFormTest, ClockShowsTheTimePlayedInRealTimeAndStopStops)
+{
+    fs::path wav = tone("long.wav", 8.0);
+    open(true);
+    queue(wav);
+    click(form->play_button());
+    ASSERT_TRUE(document->is_playing());
+    const auto started = std::chrono::steady_clock::now();
+    auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(); };
+    // The clock shows the Document's time at each tick, and once the
+    // player's queue is full that time moves as fast as the device takes
+    // the sound, within the reader's step: it reads 16384 frames at a time.
+    const double kReadBlock = 16384.0 / 22050.0;
+    double tick_time[2];
+    double shown[2];
+    for (int i = 0; i < 2; ++i) {
+        run_until([&] { return seconds() >= 2.0 + 3.0 * i; });
+        tick_time[i] = seconds();
+        shown[i] = document->time_position();
+        EXPECT_EQ(form->clock().text(), ControlClock::format(shown[i]));
+    }
+    EXPECT_NEAR(shown[1] - shown[0], tick_time[1] - tick_time[0], kReadBlock + 0.1);
+    EXPECT_GT(form->position_bar().value(), 0.25);
+
+    click(form->stop_button());
+    EXPECT_FALSE(document->is_playing());
+    EXPECT_FALSE(form->stop_button().is_enabled());
+    EXPECT_EQ(form->clock().text(), L"00:00:00");
+    EXPECT_EQ(form->position_bar().value(), 0.0);
+}
+
+} // namespace
