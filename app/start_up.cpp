@@ -2,6 +2,7 @@
 
 #include "app/document.h"
 #include "app/headless_shell.h"
+#include "app/mpris_player.h"
 #include "app/screen_shell.h"
 #include "app/settings.h"
 #include "app/status_publication.h"
@@ -99,12 +100,17 @@ int run_quillaphonics(const std::vector<std::string>& args)
     });
     if (!publication.publish())
         os::log() << "start-up: the status publication is not available\n";
+    // Desktop media keys and playerctl; without a session bus the player
+    // has logged why and the program goes on without it.
+    MprisPlayer media_player(document, [&screen] { screen.bring_up(); }, [&app] { app.loop().quit(); });
+    media_player.publish();
     shell.on_first_command_line(command_line);
     app.release_instance_lock();
     document.notify_views(ChangeFlags::all());
 
     app.loop().run();
 
+    media_player.stop();
     publication.stop();
     app.stop_listening();
     if (screen.zoom() != settings.zoom) {
