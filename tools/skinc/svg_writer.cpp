@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <set>
 
 namespace skinc {
 
@@ -30,9 +31,16 @@ struct Box {
     int32_t x = 0, y = 0, w = 0, h = 0;
 };
 
+// A run of equal pixels in a row of a picture, in drawing units.
+struct Run {
+    int32_t x, y, w, h;
+    uint32_t rgb;
+};
+
 struct Bitmap {
     std::string id; // empty: no such picture
     int32_t w = 0, h = 0;
+    std::vector<Run> runs; // a PNG's pixels; empty for an embedded image
 };
 
 std::string num(int64_t v) { return std::to_string(v); }
@@ -84,12 +92,12 @@ std::string base64(const std::string& bytes)
     return out;
 }
 
-// A PNG picture as rectangles, one per run of equal pixels in a row, each
-// pixel `factor` units square: drawn with crisp edges, a stretch of it takes
-// for every screen pixel the picture pixel under its centre, as a nearest-
-// pixel resize does. Alpha plays no part, as in the engine. Empty when the
-// bytes don't decode.
-std::string png_as_rects(const std::string& bytes, int factor)
+// A PNG picture as runs of equal pixels in a row, each pixel `factor`
+// units square: drawn with crisp edges, a stretch of them takes for every
+// screen pixel the picture pixel under its centre, as a nearest-pixel
+// resize does. Alpha plays no part, as in the engine. Empty when the bytes
+// don't decode.
+std::vector<Run> png_runs(const std::string& bytes, int factor)
 {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
@@ -101,7 +109,7 @@ std::string png_as_rects(const std::string& bytes, int factor)
         png_image_free(&image);
         return {};
     }
-    std::string out;
+    std::vector<Run> out;
     const uint32_t w = image.width;
     auto rgb = [&](uint32_t x, uint32_t y) {
         const uint8_t* p = &pixels[(size_t(y) * w + x) * 4];
@@ -112,13 +120,26 @@ std::string png_as_rects(const std::string& bytes, int factor)
             uint32_t end = x + 1;
             while (end < w && rgb(end, y) == rgb(x, y))
                 ++end;
-            char fill[8];
-            std::snprintf(fill, sizeof fill, "#%06x", unsigned(rgb(x, y)));
-            out += "<rect" + attr("x", int64_t(x) * factor) + attr("y", int64_t(y) * factor) +
-                   attr("width", int64_t(end - x) * factor) + attr("height", factor) + " fill=\"" + fill + "\"/>";
+            out.push_back({int32_t(x) * factor, int32_t(y) * factor, int32_t(end - x) * factor, factor, rgb(x, y)});
             x = end;
         }
-        out += "\n";
+    }
+    return out;
+}
+
+// The runs that reach into `box`, as rectangles. A piece draws only these:
+// an atlas sheet holds far more than one piece shows, and a renderer would
+// otherwise draw the whole sheet for every piece.
+std::string rects_within(const std::vector<Run>& runs, int32_t x, int32_t y, int32_t w, int32_t h)
+{
+    std::string out;
+    for (const Run& r : runs) {
+        if (r.y + r.h <= y || r.y >= y + h || r.x + r.w <= x || r.x >= x + w)
+            continue;
+        char fill[8];
+        std::snprintf(fill, sizeof fill, "#%06x", unsigned(r.rgb));
+        out += "<rect" + attr("x", r.x) + attr("y", r.y) + attr("width", r.w) + attr("height", r.h) + " fill=\"" +
+               fill + "\"/>";
     }
     return out;
 }
@@ -224,15 +245,25 @@ private:
         int w = 0, h = 0;
         if (!pictures_(name, file, bytes) || !picture_size(bytes, &w, &h))
             return it->second;
-        it->second = {"b" + num(int64_t(bitmaps_.size())), w * factor, h * factor};
-        const std::string rects = png_as_rects(bytes, factor);
-        if (!rects.empty())
-            defs_ += "<g id=\"" + it->second.id + "\" shape-rendering=\"crispEdges\">\n" + rects + "</g>\n";
-        else // other formats are left to the renderer's own resizing
+        it->second = {"b" + num(int64_t(bitmaps_.size())), w * factor, h * factor, png_runs(bytes, factor)};
+        if (it->second.runs.empty()) // other formats are left to the renderer's own resizing
             defs_ += "<image id=\"" + it->second.id + "\"" + attr("width", it->second.w) +
                      attr("height", it->second.h) + " preserveAspectRatio=\"none\" xlink:href=\"data:" +
                      mime_of(file) + ";base64," + base64(bytes) + "\"/>\n";
         return it->second;
+    }
+
+    // The id of what `from` shows of the bitmap: the whole of an embedded
+    // image, else a group of the runs within `from`, defined once.
+    std::string part(const Bitmap& b, const Box& from)
+    {
+        if (b.runs.empty())
+            return b.id;
+        const std::string id = b.id + "_" + num(from.x) + "_" + num(from.y) + "_" + num(from.w) + "_" + num(from.h);
+        if (parts_.insert(id).second)
+            defs_ += "<g id=\"" + id + "\" shape-rendering=\"crispEdges\">" +
+                     rects_within(b.runs, from.x, from.y, from.w, from.h) + "</g>\n";
+        return id;
     }
 
     // One piece of a picture: the source box `from` of the bitmap drawn to
@@ -243,7 +274,7 @@ private:
             return {};
         const std::string view = " viewBox=\"" + num(from.x) + " " + num(from.y) + " " + num(from.w) + " " +
                                  num(from.h) + "\" preserveAspectRatio=\"none\"";
-        const std::string use = "<use xlink:href=\"#" + b.id + "\"/>";
+        const std::string use = "<use xlink:href=\"#" + part(b, from) + "\"/>";
         if (!tile && to.w == from.w && to.h == from.h)
             return "<svg" + box_attrs(to) + view + ">" + use + "</svg>\n";
         if (!tile)
@@ -477,6 +508,7 @@ private:
     const int scale_;
     const PictureReader& pictures_;
     std::map<std::wstring, Bitmap> bitmaps_;
+    std::set<std::string> parts_; // ids of the bitmap parts defined
     Box origin_; // of the panel being drawn, on the form
     int drawn_ = 0; // controls so far
     int patterns_ = 0;
