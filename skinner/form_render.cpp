@@ -3,11 +3,13 @@
 #include "skinner/control_button.h"
 #include "skinner/control_frame.h"
 #include "skinner/control_lcd.h"
+#include "skinner/control_menu_main.h"
 #include "skinner/control_panel.h"
 #include "skinner/control_panel_auto_scroll.h"
 #include "skinner/control_picture.h"
 #include "skinner/control_progress.h"
 #include "skinner/control_scroll_bar.h"
+#include "skinner/menu_main_items.h"
 #include "skinner/properties.h"
 
 namespace skinner {
@@ -55,6 +57,12 @@ std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring&
         return std::make_unique<ControlLCD>(c, id);
     if (cls == L"ScrollBar")
         return std::make_unique<ControlScrollBar>(c, id);
+    if (cls == L"MenuMain")
+        return std::make_unique<ControlMenuMain>(c, id);
+    if (cls == L"MenuButton")
+        return std::make_unique<MenuMainButton>(c, id);
+    if (cls == L"MenuSubMenu")
+        return std::make_unique<MenuMainSubMenu>(c, id);
     return std::make_unique<PlaceholderControl>(c, id);
 }
 

@@ -1,0 +1,86 @@
+// The menu bar's entries as the Default skin places them on the main form.
+
+#include "skinner/control_menu_main.h"
+#include "skinner/form_render.h"
+#include "skinner/menu_main_items.h"
+#include "skinner/properties.h"
+
+#include "tests/support/test_support.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct MenuListener : skinner::Listener {
+    int on_collect_menu(skinner::MenuEntries* menu) override
+    {
+        if (menu->menu != L"File")
+            return 0;
+        skinner::MenuRecord play;
+        play.id = L"Play";
+        play.text = L"&Play";
+        play.separator = true;
+        skinner::MenuRecord about;
+        about.id = L"About";
+        about.text = L"A&bout";
+        about.enabled = false;
+        menu->items = {play, about};
+        return 1;
+    }
+    int on_command(const std::wstring& name) override
+    {
+        commands.push_back(name);
+        return 1;
+    }
+    std::vector<std::wstring> commands;
+};
+
+} // namespace
+
+TEST(MenuMain, SkinEntriesListInOrderWhileVisible)
+{
+    skinner::Properties skin(test::wide(test::program_dir() / "skins" / "Default" / "Default.skin"), {240, 320});
+    ASSERT_TRUE(skin.load_language(test::wide(test::program_dir() / "English.lng")));
+    MenuListener listener;
+    skinner::ClassFactoryForm form(skin, L"Main", nullptr, &listener);
+    skinner::ControlMenuMain* menu = form.main_menu();
+    ASSERT_NE(menu, nullptr);
+    int changes = 0;
+    menu->set_change_handler([&] { ++changes; });
+
+    auto names = [&] {
+        std::vector<std::wstring> out;
+        for (skinner::MenuItem* item : menu->items())
+            out.push_back(item->name() + (item->is_submenu() ? L">" : L""));
+        return out;
+    };
+    ASSERT_EQ(names(), (std::vector<std::wstring>{L"File>", L"Mode"}));
+
+    skinner::MenuRecord file = menu->items()[0]->describe();
+    EXPECT_EQ(file.text, L"Menu");
+    EXPECT_FALSE(file.icon.natural_size().x == 0);
+    ASSERT_EQ(file.sub_items.size(), 2u);
+    EXPECT_EQ(file.sub_items[0].text, L"Play") << "no mnemonic marks";
+    EXPECT_TRUE(file.sub_items[0].separator);
+    EXPECT_EQ(file.sub_items[1].text, L"About");
+    EXPECT_FALSE(file.sub_items[1].enabled);
+
+    // The entry's command goes up to the form's listener.
+    skinner::MenuRecord mode = menu->items()[1]->describe();
+    EXPECT_EQ(mode.text, L"Mode");
+    mode.receiver->on_command(mode.id);
+    EXPECT_EQ(listener.commands, std::vector<std::wstring>{L"Mode"});
+
+    // Disabling tells the bar; hiding takes the entry off and showing puts it
+    // back in its place.
+    auto* mode_control = dynamic_cast<skinner::MenuMainButton*>(menu->items()[1]);
+    ASSERT_NE(mode_control, nullptr);
+    mode_control->set_enabled(false);
+    EXPECT_FALSE(menu->items()[1]->describe().enabled);
+    auto* file_control = dynamic_cast<skinner::MenuMainSubMenu*>(menu->items()[0]);
+    file_control->set_visible(false);
+    EXPECT_EQ(names(), std::vector<std::wstring>{L"Mode"});
+    file_control->set_visible(true);
+    EXPECT_EQ(names(), (std::vector<std::wstring>{L"File>", L"Mode"}));
+    EXPECT_EQ(changes, 3);
+}
