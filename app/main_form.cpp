@@ -83,10 +83,13 @@ void MainForm::on_tick()
         ErrorForm(this, properties(), properties().translate(L"NO_WMA_CAPTION"), properties().translate(L"NO_WMA"))
             .run();
     }
-    // The Document ends an item that failed or ran out, and moves on by the mode.
-    document_.on_timer();
+    // The clock and the bar move while recording too, when the Document
+    // tells no view that the position moved.
+    show_position();
     play_lamp_.update();
     record_lamp_.update();
+    // The Document ends an item that failed or ran out, and moves on by the mode.
+    document_.on_timer();
 }
 
 void MainForm::check_recording()

@@ -36,6 +36,7 @@ public:
     const skinner::ControlButtonMultistate& play_button() const { return play_; }
     const skinner::ControlButtonMultistate& record_button() const { return record_; }
     const skinner::ControlButton& stop_button() const { return stop_; }
+    const skinner::ControlButton& clock_mode_button() const { return clock_mode_; }
     const skinner::ControlFrame& title_line() const { return title_; }
     const skinner::ControlProgress& position_bar() const { return position_; }
     const skinner::ControlProgress& volume_bar() const { return volume_; }

@@ -84,8 +84,9 @@ void MainForm::play(bool stop_when_playing)
 
 void MainForm::record(bool stop_when_recording)
 {
+    // The folder the file explorer shows, as the settings keep it.
     if (!document_.is_recording())
-        document_.record(std::wstring());
+        document_.record(document_.settings().explorer_folder);
     else if (stop_when_recording)
         document_.stop(nullptr);
     else if (document_.is_paused())

@@ -5,6 +5,8 @@
 // offset, so none of their frames is that silence.
 #include "app/main_form.h"
 
+#include "app/settings.h"
+
 #include "liba/active.h"
 #include "liba/text.h"
 #include "os/event_loop.h"
@@ -47,6 +49,23 @@ std::string without_silence(const std::string& bytes)
 
 std::wstring w(const fs::path& p) { return liba::from_utf8(p.string()); }
 
+// Whether the Document told its views anything since last asked: while
+// playing it does so at the end of every tick.
+class TickCounter : public Document::View {
+public:
+    void on_document_changed(const ChangeFlags&) override { ++count_; }
+    bool taken()
+    {
+        const bool any = count_ != seen_;
+        seen_ = count_;
+        return any;
+    }
+
+private:
+    int count_ = 0;
+    int seen_ = 0;
+};
+
 class MainFormTest : public ::testing::Test {
 protected:
     // `realtime`: the disk device takes a buffer as long as it sounds.
@@ -56,6 +75,7 @@ protected:
         setenv("SDL_VIDEODRIVER", "offscreen", 1);
         setenv("SDL_AUDIODRIVER", "disk", 1);
         setenv("SDL_DISKAUDIOFILE", out.c_str(), 1);
+        setenv("SDL_DISKAUDIOFILEIN", in.c_str(), 1);
         if (realtime)
             unsetenv("SDL_DISKAUDIODELAY");
         else
@@ -122,6 +142,7 @@ protected:
     test::PrivateHome home;
     test::TempDir dir;
     std::string out = (dir.path() / "out.raw").string();
+    std::string in = (dir.path() / "in.raw").string();
     CActiveScheduler scheduler;
     std::unique_ptr<Document> document;
     std::unique_ptr<os::EventLoop> loop;
@@ -177,10 +198,11 @@ TEST_F(MainFormTest, PlayButtonPlaysTheFileToItsEndAndButtonsFollowTheState)
     }
 }
 
-TEST_F(MainFormTest, ClockShowsTheTimePlayedInRealTimeAndStopStops)
+TEST_F(MainFormTest, ClockShowsTheTimePlayedOrLeftInRealTimeAndStopStops)
 {
     fs::path wav = tone("long.wav", 8.0);
     open(true);
+    TickCounter ticks;
     queue(wav);
     click(form->play_button());
     ASSERT_TRUE(document->is_playing());
@@ -193,19 +215,63 @@ TEST_F(MainFormTest, ClockShowsTheTimePlayedInRealTimeAndStopStops)
     double tick_time[2];
     double shown[2];
     for (int i = 0; i < 2; ++i) {
-        run_until([&] { return seconds() >= 2.0 + 3.0 * i; });
+        // Ended by a tick: its notification is the pass's last word.
+        run_until([&] { return seconds() >= 2.0 + 3.0 * i && ticks.taken(); });
         tick_time[i] = seconds();
         shown[i] = document->time_position();
         EXPECT_EQ(form->clock().text(), ControlClock::format(shown[i]));
     }
     EXPECT_NEAR(shown[1] - shown[0], tick_time[1] - tick_time[0], kReadBlock + 0.1);
     EXPECT_GT(form->position_bar().value(), 0.25);
+    // The other mode counts down what is left.
+    click(form->clock_mode_button());
+    EXPECT_TRUE(form->clock().shows_remaining());
+    EXPECT_EQ(form->clock().text(), ControlClock::format(document->remaining_time()));
+    EXPECT_NE(form->clock().text(), ControlClock::format(document->time_position()));
+    click(form->clock_mode_button());
 
     click(form->stop_button());
     EXPECT_FALSE(document->is_playing());
     EXPECT_FALSE(form->stop_button().is_enabled());
     EXPECT_EQ(form->clock().text(), L"00:00:00");
     EXPECT_EQ(form->position_bar().value(), 0.0);
+}
+
+TEST_F(MainFormTest, RecordButtonRecordsIntoTheExplorersFolderPausesAndStops)
+{
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + in + "' synth 5 sine 300 vol 0.5"), 0);
+    open(true);
+    Settings s = document->settings();
+    s.explorer_folder = w(dir.path() / "take");
+    fs::create_directory(dir.path() / "take");
+    document->apply_settings(s);
+    document->notify_views();
+
+    click(form->record_button());
+    ASSERT_TRUE(document->is_recording());
+    EXPECT_EQ(form->record_button().state(), 1);
+    EXPECT_TRUE(form->record_lamp().flashing());
+    EXPECT_FALSE(form->play_lamp().flashing());
+    EXPECT_TRUE(form->stop_button().is_enabled());
+    const auto started = std::chrono::steady_clock::now();
+    // The clock turns to one second on the tick after the first second recorded.
+    auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(); };
+    loop->run([&] { return form->clock().text() != L"00:00:00" || seconds() > 3.0; });
+    EXPECT_EQ(form->clock().text(), L"00:00:01");
+    EXPECT_EQ(form->clock().text(), ControlClock::format(document->record_time()));
+    EXPECT_NEAR(seconds(), 1.1, 0.3);
+
+    click(form->record_button());
+    EXPECT_TRUE(document->is_paused());
+    EXPECT_EQ(form->record_button().state(), 0);
+    const fs::path file = document->record_file_path();
+    click(form->stop_button());
+    EXPECT_FALSE(document->is_recording());
+    EXPECT_FALSE(form->record_lamp().flashing());
+    EXPECT_EQ(file.parent_path(), dir.path() / "take");
+    std::string length;
+    ASSERT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
+    EXPECT_NEAR(std::stod(length), 1.1, 0.3);
 }
 
 } // namespace
