@@ -423,7 +423,8 @@ void MprisPlayer::seek_to(int64_t us)
     if (length <= 0)
         return;
     document_.seek_fraction(std::clamp(us / 1e6 / length, 0.0, 1.0));
-    document_.notify_views({});
+    // Told here, so the views' next round does not take it for a seek from
+    // elsewhere.
     last_time_ = document_.time_position();
     sd_bus_emit_signal(bus_.bus(), kPath, kPlayer, "Seeked", "x", position_us());
     sd_bus_flush(bus_.bus());
@@ -453,6 +454,7 @@ void MprisPlayer::on_document_changed(const ChangeFlags& changes)
         return;
     if (document_.current_path() != track_path_) {
         track_path_ = document_.current_path();
+        last_time_ = document_.time_position();
         ++track_number_;
         emit_changed(kPlayer, {"Metadata", "CanSeek", "CanGoNext", "CanGoPrevious"});
     }

@@ -109,7 +109,7 @@ TEST_F(Mpris, PlayerctlAndBusctlDriveTheDocument)
     // Seeks: a jump the bus hears as Seeked; a stale track or a negative
     // position changes nothing.
     std::string monitor = (dir / "monitor.txt").string();
-    test::run("(timeout 6 busctl --user monitor " + kBusName + " > " + test::quote(monitor) + " 2>&1 &)");
+    test::run("(timeout 30 busctl --user monitor " + kBusName + " > " + test::quote(monitor) + " 2>&1 &)");
     test::wait_for([&] { return test::read_file(monitor).find("NameAcquired") != std::string::npos ||
                                 test::read_file(monitor).size() > 0; }, 2000);
     ctl("position 5");
@@ -140,6 +140,13 @@ TEST_F(Mpris, PlayerctlAndBusctlDriveTheDocument)
 
     ctl("stop");
     EXPECT_EQ(ctl("status"), "Stopped");
+    auto count = [](const std::string& text, const std::string& what) {
+        size_t n = 0;
+        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+            ++n;
+        return n;
+    };
+    EXPECT_EQ(count(test::read_file(monitor), "Member=Seeked"), 2u) << "the two seeks; a new item is no seek";
     EXPECT_EQ(quill_status("state"), "stopped");
     ctl("play");
     EXPECT_EQ(ctl("status"), "Playing") << "stopped, Play plays the current item";
