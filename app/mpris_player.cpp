@@ -190,6 +190,20 @@ int open_uri(sd_bus_message* m, void* u, sd_bus_error* error)
     return reply(m, u);
 }
 
+// Reads the new value of a property of `type`, hands it to `apply` and tells
+// the views, as a command of the window would.
+template <typename T, typename Apply>
+int set_from(sd_bus_message* value, void* u, const char* type, Apply apply)
+{
+    T v{};
+    int r = sd_bus_message_read(value, type, &v);
+    if (r < 0)
+        return r;
+    apply(doc(u), v);
+    doc(u).notify_views(ChangeFlags::all());
+    return 0;
+}
+
 QUILL_GETTER(get_status)
 {
     Document& d = doc(u);
@@ -206,14 +220,9 @@ QUILL_GETTER(get_loop)
 
 QUILL_SETTER(set_loop)
 {
-    const char* loop = nullptr;
-    int r = sd_bus_message_read(value, "s", &loop);
-    if (r < 0)
-        return r;
-    std::string l = loop;
-    doc(u).set_play_mode(l == "Track" ? 1 : l == "Playlist" ? 3 : 2);
-    doc(u).notify_views(ChangeFlags::all());
-    return 0;
+    return set_from<const char*>(value, u, "s", [](Document& d, std::string l) {
+        d.set_play_mode(l == "Track" ? 1 : l == "Playlist" ? 3 : 2);
+    });
 }
 
 QUILL_GETTER(get_shuffle)
@@ -223,13 +232,7 @@ QUILL_GETTER(get_shuffle)
 
 QUILL_SETTER(set_shuffle)
 {
-    int on = 0;
-    int r = sd_bus_message_read(value, "b", &on);
-    if (r < 0)
-        return r;
-    doc(u).set_play_mode(on ? 4 : 3);
-    doc(u).notify_views(ChangeFlags::all());
-    return 0;
+    return set_from<int>(value, u, "b", [](Document& d, int on) { d.set_play_mode(on ? 4 : 3); });
 }
 
 QUILL_GETTER(get_rate)
@@ -239,14 +242,10 @@ QUILL_GETTER(get_rate)
 
 QUILL_SETTER(set_rate)
 {
-    double rate = 1;
-    int r = sd_bus_message_read(value, "d", &rate);
-    if (r < 0)
-        return r;
-    if (rate > 0)
-        doc(u).set_speed(std::clamp(rate, 0.5, 2.0), doc(u).pitch_lock());
-    doc(u).notify_views(ChangeFlags::all());
-    return 0;
+    return set_from<double>(value, u, "d", [](Document& d, double rate) {
+        if (rate > 0)
+            d.set_speed(std::clamp(rate, 0.5, 2.0), d.pitch_lock());
+    });
 }
 
 QUILL_GETTER(get_volume)
@@ -256,13 +255,7 @@ QUILL_GETTER(get_volume)
 
 QUILL_SETTER(set_volume)
 {
-    double volume = 1;
-    int r = sd_bus_message_read(value, "d", &volume);
-    if (r < 0)
-        return r;
-    doc(u).set_volume(std::clamp(volume, 0.0, 1.0));
-    doc(u).notify_views(ChangeFlags::all());
-    return 0;
+    return set_from<double>(value, u, "d", [](Document& d, double v) { d.set_volume(std::clamp(v, 0.0, 1.0)); });
 }
 
 QUILL_GETTER(get_position)

@@ -125,6 +125,11 @@ TEST_F(Mpris, PlayerctlAndBusctlDriveTheDocument)
     // Settings through properties.
     ctl("volume 0.25");
     EXPECT_EQ(ctl("volume"), "0.250000");
+    const std::string rate = kBusName + " /org/mpris/MediaPlayer2 org.mpris.MediaPlayer2.Player Rate";
+    for (auto [set, got] : {std::pair{"0.5", "d 0.5\n"}, {"9", "d 2\n"}, {"1", "d 1\n"}}) {
+        EXPECT_EQ(test::run("busctl --user set-property " + rate + " d " + set), 0);
+        EXPECT_EQ(test::run_out("busctl --user get-property " + rate), got) << "rate " << set;
+    }
     ctl("loop Track");
     EXPECT_EQ(ctl("loop"), "Track");
     ctl("shuffle On");
