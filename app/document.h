@@ -80,6 +80,9 @@ public:
     // Recording: the stages are well. Playing: the reader is. Idle: no
     // requested item failed to open.
     bool is_healthy() const;
+    // Recording: the file being written still takes what comes (false once a
+    // write failed, as on a full disk). True when not recording.
+    bool record_writer_good() const;
     const Settings& settings() const { return settings_; }
     int play_mode() const { return settings_.mode; }
     double volume() const { return settings_.volume; }

@@ -348,6 +348,11 @@ bool Document::recording_healthy() const
     return recorder_->is_good() && active_buffer_.is_good();
 }
 
+bool Document::record_writer_good() const
+{
+    return !record_chain_ || record_chain_->get_writer()->is_good();
+}
+
 void Document::on_record_timer()
 {
     if (!recording_healthy()) {

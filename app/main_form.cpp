@@ -94,7 +94,7 @@ void MainForm::on_tick()
 
 void MainForm::check_recording()
 {
-    if (document_.is_healthy())
+    if (document_.is_healthy() && document_.record_writer_good())
         return;
     os::log() << "main: the recording failed\n";
     document_.pause();

@@ -9,8 +9,10 @@
 
 #include "liba/active.h"
 #include "liba/text.h"
+#include "liba/timer.h"
 #include "os/event_loop.h"
 #include "os/path.h"
+#include "skinner/form_message.h"
 #include "skinner/properties.h"
 #include "skinner/screen.h"
 #include "tests/support/test_support.h"
@@ -23,7 +25,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <csignal>
 #include <memory>
+#include <sys/resource.h>
 
 namespace fs = std::filesystem;
 using skinner::Point;
@@ -66,6 +70,56 @@ private:
     int seen_ = 0;
 };
 
+void push_click(Point at)
+{
+    for (Uint32 type : {SDL_MOUSEBUTTONDOWN, SDL_MOUSEBUTTONUP}) {
+        SDL_Event e{};
+        e.type = type;
+        e.button.button = SDL_BUTTON_LEFT;
+        e.button.clicks = 1;
+        e.button.x = at.x;
+        e.button.y = at.y;
+        SDL_PushEvent(&e);
+    }
+}
+
+Point middle_of(const skinner::Control& c)
+{
+    return c.form()->screen_position() + c.position() + Point{c.size().x / 2, c.size().y / 2};
+}
+
+// Answers each message form that comes up while a loop runs as a user
+// would, by a click on its "btnOk", noting what it said.
+class MessageAnswerer : liba::Timer::Listener {
+public:
+    MessageAnswerer() { timer_.start(0.1); }
+    ~MessageAnswerer() override = default;
+    std::vector<std::wstring> forms;
+    std::vector<std::wstring> captions;
+    std::vector<std::wstring> texts;
+    std::vector<bool> paused; // the Document while each was up
+
+private:
+    void on_timer(liba::Timer&) override
+    {
+        auto* m = dynamic_cast<skinner::FormMessage*>(skinner::Form::current_modal());
+        if (m && m != answered_) {
+            answered_ = m;
+            forms.push_back(m->name());
+            captions.push_back(m->caption());
+            texts.push_back(m->text());
+            paused.push_back(Document::instance()->is_paused());
+            for (skinner::Control* c : m->children()) {
+                if (c->id() == L"btnOk")
+                    push_click(middle_of(*c));
+            }
+        }
+        timer_.start(0.1);
+    }
+    skinner::FormMessage* answered_ = nullptr;
+    liba::Timer timer_{*this};
+};
+
 class MainFormTest : public ::testing::Test {
 protected:
     // `realtime`: the disk device takes a buffer as long as it sounds.
@@ -84,6 +138,7 @@ protected:
         loop = std::make_unique<os::EventLoop>(scheduler);
         skin = std::make_unique<skinner::Properties>(
             w(test::program_dir() / "skins" / "Default" / "Default.skin"), Point{240, 320});
+        EXPECT_TRUE(skin->load_language(w(test::program_dir() / "English.lng")));
         screen = std::make_unique<skinner::Screen>(*loop, Point{240, 320});
         form = std::make_unique<MainForm>(*skin, *document);
         form->show(true);
@@ -122,16 +177,7 @@ protected:
     // A real pointer click in the middle of `button`.
     void click(const skinner::Control& button)
     {
-        const Point at = form->screen_position() + button.position() + Point{button.size().x / 2, button.size().y / 2};
-        for (Uint32 type : {SDL_MOUSEBUTTONDOWN, SDL_MOUSEBUTTONUP}) {
-            SDL_Event e{};
-            e.type = type;
-            e.button.button = SDL_BUTTON_LEFT;
-            e.button.clicks = 1;
-            e.button.x = at.x;
-            e.button.y = at.y;
-            SDL_PushEvent(&e);
-        }
+        push_click(middle_of(button));
         SDL_Event e;
         while (SDL_PollEvent(&e))
             screen->handle_event(e);
@@ -272,6 +318,63 @@ TEST_F(MainFormTest, RecordButtonRecordsIntoTheExplorersFolderPausesAndStops)
     std::string length;
     ASSERT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
     EXPECT_NEAR(std::stod(length), 1.1, 0.3);
+}
+
+} // namespace
+
+namespace {
+
+// A write past the file size limit fails short instead of raising SIGXFSZ:
+// a full disk as the writer sees it.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &old_);
+        handler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit small = old_;
+        small.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &small);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &old_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    rlimit old_{};
+    void (*handler_)(int) = nullptr;
+};
+
+TEST_F(MainFormTest, AFailedRecordingPausesShowsTheErrorFormThenStopsLeavingAValidFile)
+{
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + in + "' synth 8 sine 300 vol 0.5"), 0);
+    open(false);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    Settings s = document->settings();
+    s.explorer_folder = w(dir.path());
+    document->apply_settings(s);
+    MessageAnswerer answerer;
+    fs::path file;
+    {
+        FileSizeLimit limit(100000);
+        click(form->record_button());
+        ASSERT_TRUE(document->is_recording());
+        file = document->record_file_path();
+        loop->run([&] { return !document->is_recording(); });
+    }
+    ASSERT_EQ(answerer.forms.size(), 1u) << "one message for one failure";
+    EXPECT_EQ(answerer.forms[0], L"Error");
+    EXPECT_EQ(answerer.captions[0], L"Recording error");
+    EXPECT_NE(answerer.texts[0].find(L"Recording stopped"), std::wstring::npos);
+    EXPECT_TRUE(answerer.paused[0]) << "paused while the message is up";
+    EXPECT_FALSE(form->record_lamp().flashing());
+    EXPECT_FALSE(form->stop_button().is_enabled());
+    EXPECT_LE(fs::file_size(file), 100000u);
+    std::string length;
+    ASSERT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
+    EXPECT_GT(std::stod(length), 1.0);
 }
 
 } // namespace
