@@ -1,8 +1,10 @@
 // The program as a media player on a private session bus, driven by
 // playerctl and busctl as a desktop would, with quillctl's status as the
 // witness of what the Document did.
+#include "app/status_publication_wire.h"
 #include "liba/text.h"
 #include "os/log.h"
+#include "os/unix_socket_server.h"
 #include "tests/app/program_runner.h"
 #include "tests/support/test_support.h"
 
@@ -11,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <unistd.h>
 
 namespace {
 
@@ -164,6 +167,13 @@ TEST_F(Mpris, WithoutASessionBusTheProgramRunsAndSaysSoOnce)
 {
     os::set_log_switch(true);
     start("unix:path=" + (dir / "no-bus").string());
+    // quillctl would start a program of its own if ours did not answer yet.
+    ASSERT_TRUE(test::wait_for([] {
+        int fd = os::connect_unix_socket(status::socket_path());
+        if (fd >= 0)
+            ::close(fd);
+        return fd >= 0;
+    }, 10000));
     std::string out;
     ASSERT_EQ(test::quillctl("play " + test::quote(test::one_media("pcm_s16_mono_8000.wav").string()), &out), 0) << out;
     EXPECT_EQ(quill_status("state"), "playing");
