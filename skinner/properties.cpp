@@ -258,6 +258,12 @@ Color Properties::get_form_color(const std::wstring& form, const std::wstring& k
     return Color{p[0], p[1], p[2], p[3]};
 }
 
+Font Properties::get_form_font(const std::wstring& form, const std::wstring& key, const Font& def)
+{
+    uint32_t r = form_record(form, key, Table::kFonts);
+    return r ? impl_->fonts()[read_u32(impl_->description().data() + r + kFontIndexAt)] : def;
+}
+
 int Properties::item_count(const std::wstring& form)
 {
     return static_cast<int>(impl_->description().item_count(impl_->form_node(form)));

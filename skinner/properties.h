@@ -159,6 +159,7 @@ public:
     Picture get_form_picture(const std::wstring& form, const std::wstring& key, const Picture& def);
     std::wstring get_form_string(const std::wstring& form, const std::wstring& key, const std::wstring& def);
     Color get_form_color(const std::wstring& form, const std::wstring& key, Color def);
+    Font get_form_font(const std::wstring& form, const std::wstring& key, const Font& def);
 
     // The chosen variant's item list: (id, kind name) in order of creation.
     int item_count(const std::wstring& form);

@@ -10,13 +10,13 @@ namespace form_test {
 
 using skinner::Point;
 
-TestScreen::TestScreen(int scale)
+TestScreen::TestScreen(int scale, const std::string& skin)
 {
     setenv("SDL_VIDEODRIVER", "offscreen", 1);
     scheduler_ = std::make_unique<CActiveScheduler>();
     loop_ = std::make_unique<os::EventLoop>(*scheduler_);
     Point size{240 * scale, 320 * scale};
-    properties_ = std::make_unique<skinner::Properties>(skin_test::wide(skin_test::test_skin()), size);
+    properties_ = std::make_unique<skinner::Properties>(skin_test::wide(skin.empty() ? skin_test::test_skin() : std::filesystem::path(skin)), size);
     screen_ = std::make_unique<skinner::Screen>(*loop_, size);
 }
 

@@ -17,8 +17,8 @@ namespace form_test {
 
 class TestScreen {
 public:
-    // The test skin for a 240x320 screen times `scale`.
-    explicit TestScreen(int scale = 1);
+    // The test skin (or the skin file `skin`) for a 240x320 screen times `scale`.
+    explicit TestScreen(int scale = 1, const std::string& skin = {});
     ~TestScreen();
 
     skinner::Properties& properties() { return *properties_; }

@@ -1,11 +1,16 @@
 // The menu bar's entries as the Default skin places them on the main form.
 
 #include "skinner/control_menu_main.h"
+#include "skinner/form_impl.h"
+#include "skinner/menu_drop_down.h"
 #include "skinner/form_render.h"
 #include "skinner/menu_main_items.h"
 #include "skinner/properties.h"
 
+#include "form_test_support.h"
 #include "tests/support/test_support.h"
+
+#include <algorithm>
 
 #include <gtest/gtest.h>
 
@@ -83,4 +88,52 @@ TEST(MenuMain, SkinEntriesListInOrderWhileVisible)
     file_control->set_visible(true);
     EXPECT_EQ(names(), (std::vector<std::wstring>{L"File>", L"Mode"}));
     EXPECT_EQ(changes, 3);
+}
+
+namespace {
+
+// The darkest ink of a band of rows of a form's back buffer: 0 black, 765 white.
+int darkest_in(skinner::Form& form, int top, int height)
+{
+    SDL_Surface* s = form.impl().back_buffer();
+    int darkest = 765;
+    for (int y = top; y < top + height && y < s->h; ++y)
+        for (int x = 0; x < s->w; ++x) {
+            Uint32 p = static_cast<Uint32*>(s->pixels)[y * s->pitch / 4 + x];
+            darkest = std::min(darkest, int((p >> 16) & 255) + int((p >> 8) & 255) + int(p & 255));
+        }
+    return darkest;
+}
+
+} // namespace
+
+TEST(MenuMain, SubMenuDropsDownAndSendsOnlyEnabledEntries)
+{
+    form_test::TestScreen screen(1, (test::program_dir() / "skins" / "Default" / "Default.skin").string());
+    ASSERT_TRUE(screen.properties().load_language(test::wide(test::program_dir() / "English.lng")));
+    MenuListener listener;
+    skinner::ClassFactoryForm form(screen.properties(), L"Main", nullptr, &listener);
+    form.show(true);
+    form.set_active(true);
+    skinner::MenuRecord file = form.main_menu()->items()[0]->describe();
+
+    skinner::MenuDropDown drop(&form, screen.properties(), file, {10, 320});
+    screen.settle();
+    int h = drop.row_height();
+    ASSERT_EQ(drop.size().y, 2 * h);
+    EXPECT_EQ(drop.screen_position().y + drop.size().y, 320) << "opens upward from the bar";
+    EXPECT_LT(darkest_in(drop, 0, h), 0x30 * 3 + 0x60) << "an enabled entry is in dark ink";
+    EXPECT_GT(darkest_in(drop, h, h), 0xa0 * 3) << "a disabled entry is grey";
+
+    // A disabled entry sends nothing and leaves the drop-down open.
+    auto row_center = [&](int row) { return form_test::TestScreen::on_screen(drop, {drop.size().x / 2, row * h + h / 2}); };
+    screen.press_at(row_center(1));
+    screen.release();
+    EXPECT_TRUE(listener.commands.empty());
+    EXPECT_TRUE(drop.is_visible());
+    // An enabled one closes it, then its command reaches the form's listener.
+    screen.press_at(row_center(0));
+    screen.release();
+    EXPECT_EQ(listener.commands, std::vector<std::wstring>{L"Play"});
+    EXPECT_FALSE(drop.is_visible());
 }
