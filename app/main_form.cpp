@@ -140,9 +140,19 @@ void MainForm::show_state()
     record_.set_state(recording && !paused ? 1 : 0);
 }
 
+std::wstring MainForm::bits_text() const
+{
+    int bits = 0;
+    if (document_.is_recording())
+        bits = document_.record_status().bits;
+    else if (audio::FileReader* r = document_.reader())
+        bits = r->get_bits();
+    return bits > 0 ? std::to_wstring(bits) + L" bit" : std::wstring();
+}
+
 void MainForm::show_position()
 {
-    info_.set_text(joined({document_.rate_text(), document_.bitrate_text()}));
+    info_.set_text(joined({document_.rate_text(), bits_text(), document_.bitrate_text()}));
     const double elapsed = document_.time_position();
     const double left = document_.remaining_time();
     const double length = elapsed + left;

@@ -38,6 +38,7 @@ public:
     const skinner::ControlButton& stop_button() const { return stop_; }
     const skinner::ControlButton& clock_mode_button() const { return clock_mode_; }
     const skinner::ControlFrame& title_line() const { return title_; }
+    const skinner::ControlFrame& info_line() const { return info_; }
     const skinner::ControlProgress& position_bar() const { return position_; }
     const skinner::ControlProgress& volume_bar() const { return volume_; }
     const ControlFlash& play_lamp() const { return play_lamp_; }
@@ -53,6 +54,8 @@ private:
     void check_recording();
     void show_state();
     void show_position();
+    // "16 bit"-like, empty when idle or unknown.
+    std::wstring bits_text() const;
 
     Document& document_;
     int timer_id_ = 0;

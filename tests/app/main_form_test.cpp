@@ -214,6 +214,7 @@ TEST_F(MainFormTest, PlayButtonPlaysTheFileToItsEndAndButtonsFollowTheState)
     EXPECT_TRUE(form->play_lamp().flashing());
     EXPECT_FALSE(form->record_lamp().flashing());
     EXPECT_EQ(form->title_line().text(), L"tone.wav");
+    EXPECT_EQ(form->info_line().text(), L"22 kHz 16 bit 352kbps");
 
     // A second click pauses, a third resumes.
     click(form->play_button());
@@ -229,6 +230,7 @@ TEST_F(MainFormTest, PlayButtonPlaysTheFileToItsEndAndButtonsFollowTheState)
     EXPECT_FALSE(form->stop_button().is_enabled());
     EXPECT_FALSE(form->play_lamp().flashing());
     EXPECT_EQ(form->title_line().text(), L"");
+    EXPECT_EQ(form->info_line().text(), L"");
 
     // The volume steps stop at both ends of the bar.
     struct Step {
