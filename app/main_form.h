@@ -37,6 +37,8 @@ public:
     const skinner::ControlButtonMultistate& record_button() const { return record_; }
     const skinner::ControlButton& stop_button() const { return stop_; }
     const skinner::ControlButton& clock_mode_button() const { return clock_mode_; }
+    const skinner::ControlButton& next_button() const { return next_; }
+    const skinner::ControlButton& previous_button() const { return previous_; }
     const skinner::ControlFrame& title_line() const { return title_; }
     const skinner::ControlFrame& info_line() const { return info_; }
     const skinner::ControlProgress& position_bar() const { return position_; }

@@ -324,6 +324,42 @@ TEST_F(MainFormTest, RecordButtonRecordsIntoTheExplorersFolderPausesAndStops)
 
 } // namespace
 
+TEST_F(MainFormTest, TransportCommandsByNameMoveThroughTheListAndTheItem)
+{
+    const fs::path first = tone("first.wav", 12.0);
+    const fs::path second = tone("second.wav", 12.0);
+    open(true);
+    std::vector<playlist::PlaylistEntry> items(2);
+    items[0].path = w(first);
+    items[1].path = w(second);
+    document->set_playlist(L"two", items, 0, false);
+    document->notify_views();
+    ASSERT_EQ(form->on_command(L"Play"), 1);
+    ASSERT_EQ(document->current_path(), w(first));
+    EXPECT_TRUE(form->next_button().is_enabled());
+
+    const double at = document->time_position();
+    form->on_command(L"Forward");
+    EXPECT_NEAR(document->time_position(), at + 5.0, 0.05);
+    form->on_command(L"Rewind");
+    EXPECT_NEAR(document->time_position(), at, 0.05);
+    form->on_command(L"Next");
+    EXPECT_EQ(document->current_path(), w(second));
+    EXPECT_TRUE(form->previous_button().is_enabled());
+    form->on_command(L"Prev");
+    EXPECT_EQ(document->current_path(), w(first));
+    form->on_command(L"PlayStop");
+    EXPECT_FALSE(document->is_playing());
+
+    // The modes go round, 4 back to 0.
+    const int mode = document->play_mode();
+    for (int i = 1; i <= 5; ++i) {
+        form->on_command(L"Mode");
+        EXPECT_EQ(document->play_mode(), (mode + i) % 5);
+    }
+    EXPECT_EQ(form->on_command(L"NoSuchCommand"), 0);
+}
+
 namespace {
 
 // A write past the file size limit fails short instead of raising SIGXFSZ:
