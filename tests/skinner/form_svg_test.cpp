@@ -1,7 +1,8 @@
-// Every form of the test skin as the engine draws it (quillctl skin render)
-// against the same form drawn by rsvg-convert from the SVG that the skin
-// compiler writes from the source alone, at scales 1 to 4. Both draw text
-// with DejaVu Sans only, pinned through a fontconfig file of their own.
+// Every form of the test skin, and of each shipped skin, as the engine
+// draws it (quillctl skin render) against the same form drawn by
+// rsvg-convert from the SVG that the skin compiler writes from the source
+// alone. Both draw text with DejaVu Sans only, pinned through a fontconfig
+// file of their own.
 #include "skinner/canvas.h"
 #include "tests/skinner/drawing_test_support.h"
 #include "tests/skinner/skin_test_support.h"
@@ -24,6 +25,13 @@ namespace {
 // Kinds whose drawing the SVG leaves out (digits, bars, scroll bars): their
 // rectangles are not compared.
 const char* const kKindsNotDrawn[] = {"LCD", "Progress", "ScrollBar", "PanelAutoScroll"};
+// What the shipped skins use beyond the test skin that the drawings leave
+// out or draw otherwise than the engine (lists, grids, menus, the tab strip,
+// check boxes with their box, pictures fitted into a control): a known gap
+// of the SVG writer, passed over rather than compared.
+const char* const kShippedKindsNotDrawn[] = {"Calendar",  "ComboBox", "Equalizer", "Flash",        "Grid",
+                                             "List",      "Tab",      "MenuButton", "MenuMain",    "MenuSubMenu",
+                                             "CheckBox",  "Auto.Picture"};
 // Largest difference of a channel still taken as the same colour.
 constexpr int kTolerance = 8;
 // A text pixel is ink where it differs from the bare form by more than this.
@@ -138,7 +146,7 @@ bool matches(const SDL_Surface* have, uint32_t want, int x, int y, bool stretche
 // Compares the engine's drawing with the renders of the SVG with and
 // without its text; returns what differs, empty when they agree.
 std::string compare(const SDL_Surface* ours, const SDL_Surface* theirs, const SDL_Surface* bare,
-                    const std::vector<Region>& regions, int scale, int64_t& compared)
+                    const std::vector<Region>& regions, int scale, bool shipped, int64_t& compared)
 {
     if (ours->w != theirs->w || ours->h != theirs->h)
         return "size " + std::to_string(ours->w) + "x" + std::to_string(ours->h) + ", SVG " +
@@ -153,12 +161,24 @@ std::string compare(const SDL_Surface* ours, const SDL_Surface* theirs, const SD
                 how[size_t(y) * ours->w + x] = std::max(how[size_t(y) * ours->w + x], value);
     };
     for (const Region& r : regions) {
-        if (std::find(std::begin(kKindsNotDrawn), std::end(kKindsNotDrawn), r.kind) != std::end(kKindsNotDrawn)) {
+        auto among = [&r](const auto& kinds) {
+            return std::find(std::begin(kinds), std::end(kinds), r.kind) != std::end(kinds);
+        };
+        if (among(kKindsNotDrawn) || (shipped && among(kShippedKindsNotDrawn))) {
             mark(r.rect, 3);
         } else if (r.is_stretch) {
             mark(r.rect, 1);
         } else if (r.is_text) {
             const Rect mine = ink_box(ours, bare, r.rect), svg = ink_box(theirs, bare, r.rect);
+            // A line wider than its room (a text key standing in for its
+            // text) is cut where and as the engine cuts it, which the SVG
+            // need not match; only a line that fits is compared.
+            const bool overflows =
+                mine.w > 0 && (mine.x <= r.rect.x + 1 || mine.x + mine.w >= r.rect.x + r.rect.w - 1);
+            if (overflows) {
+                mark(r.rect, 3);
+                continue;
+            }
             if (!near(mine, svg))
                 out += " ink at " + text_of(r.rect) + ": ours " + text_of(mine) + ", SVG " + text_of(svg) + ";";
             mark(r.rect, 2);
@@ -200,6 +220,66 @@ std::string pinned_fonts(const fs::path& dir)
     return "FONTCONFIG_FILE=" + test::quote((dir / "fonts.conf").string()) + " ";
 }
 
+struct Tally {
+    int forms = 0;
+    int grown = 0; // forms drawn larger than their drawing, not compared
+    int64_t pixels = 0, compared = 0;
+};
+
+// Compiles the source folder `source` (skin.xml and its pictures) with its
+// drawings at `scale` and compares every form quillctl can draw from the
+// compiled skin `NAME.skin` with rsvg-convert's render of its drawing.
+Tally compare_forms(const fs::path& dir, const std::string& env, const fs::path& source, const std::string& name,
+                    int scale)
+{
+    Tally tally;
+    const std::string tag = name + std::to_string(scale);
+    const fs::path svgs = dir / ("svg" + tag), out = dir / ("skin" + tag);
+    EXPECT_EQ(test::run(test::quote(skin_test::skinc().string()) + " --name " + name + " --svg " +
+                        test::quote(svgs.string()) + " --scale " + std::to_string(scale) + " " +
+                        test::quote(source.string()) + " " + test::quote(out.string())),
+              0);
+    if (!fs::exists(svgs))
+        return tally;
+    for (const auto& e : fs::directory_iterator(svgs)) {
+        const std::string form = e.path().stem().string();
+        const fs::path ours = dir / "ours.png", theirs = dir / "theirs.png", bare = dir / "bare.png";
+        // A form made for the wide screen is drawn on it.
+        const std::string screens[] = {" --scale " + std::to_string(scale),
+                                       " --size " + std::to_string(320 * scale) + "x" + std::to_string(240 * scale)};
+        bool drawn = false;
+        for (const std::string& screen : screens)
+            drawn = drawn || test::run(env + test::quote(skin_test::quillctl().string()) + " skin render " +
+                                       test::quote((out / (name + ".skin")).string()) + " " + form + " " +
+                                       test::quote(ours.string()) + screen + " 2>/dev/null") == 0;
+        if (!drawn)
+            continue;
+        const std::string rsvg = env + "rsvg-convert " + test::quote(e.path().string());
+        EXPECT_EQ(test::run(rsvg + " -o " + test::quote(theirs.string())), 0);
+        EXPECT_EQ(test::run(rsvg + " -s " + test::quote((dir / "bare.css").string()) + " -o " +
+                            test::quote(bare.string())),
+                  0);
+        Surface a = read_png(ours), b = read_png(theirs), c = read_png(bare);
+        if (!a || !b || !c) {
+            ADD_FAILURE() << name << "/" << form << " did not render";
+            continue;
+        }
+        // A form that fills the screen grows past the size its drawing has.
+        if (name != "Test" && (a->w != b->w || a->h != b->h) && a->w >= b->w && a->h >= b->h) {
+            ++tally.grown;
+            continue;
+        }
+        const std::string differences =
+            compare(a.get(), b.get(), c.get(), regions_of(e.path()), scale, name != "Test", tally.compared);
+        tally.pixels += int64_t(a->w) * a->h;
+        if (!differences.empty())
+            drawing_test::save_failure(name + "_" + form + "_x" + std::to_string(scale), a.get(), b.get());
+        EXPECT_EQ(differences, "") << name << "/" << form << " at scale " << scale;
+        ++tally.forms;
+    }
+    return tally;
+}
+
 } // namespace
 
 TEST(FormDrawing, MatchesRsvgConvertOfTheCompilersSvgAtEveryScale)
@@ -212,45 +292,37 @@ TEST(FormDrawing, MatchesRsvgConvertOfTheCompilersSvgAtEveryScale)
     skin_test::copy_test_pictures(source);
     test::write_file(dir / "bare.css", ".text { display: none }\n");
     for (int scale = 1; scale <= 4; ++scale) {
-        const fs::path svgs = dir / ("svg" + std::to_string(scale)), out = dir / ("skin" + std::to_string(scale));
-        ASSERT_EQ(test::run(test::quote(skin_test::skinc().string()) + " --svg " + test::quote(svgs.string()) +
-                            " --scale " + std::to_string(scale) + " " + test::quote(source.string()) + " " +
-                            test::quote(out.string())),
-                  0);
-        int compared = 0;
-        int64_t pixels = 0, pixels_compared = 0;
-        for (const auto& e : fs::directory_iterator(svgs)) {
-            const std::string form = e.path().stem().string();
-            const fs::path ours = dir / "ours.png", theirs = dir / "theirs.png", bare = dir / "bare.png";
-            // A form made for the wide screen is drawn on it.
-            const std::string screens[] = {" --scale " + std::to_string(scale),
-                                           " --size " + std::to_string(320 * scale) + "x" + std::to_string(240 * scale)};
-            bool drawn = false;
-            for (const std::string& screen : screens)
-                drawn = drawn || test::run(env + test::quote(skin_test::quillctl().string()) + " skin render " +
-                                           test::quote((out / "Test.skin").string()) + " " + form + " " +
-                                           test::quote(ours.string()) + screen + " 2>/dev/null") == 0;
-            if (!drawn)
-                continue;
-            const std::string rsvg = env + "rsvg-convert " + test::quote(e.path().string());
-            ASSERT_EQ(test::run(rsvg + " -o " + test::quote(theirs.string())), 0);
-            ASSERT_EQ(test::run(rsvg + " -s " + test::quote((dir / "bare.css").string()) + " -o " +
-                                test::quote(bare.string())),
-                      0);
-            Surface a = read_png(ours), b = read_png(theirs), c = read_png(bare);
-            ASSERT_TRUE(a && b && c) << form;
-            const std::string differences =
-                compare(a.get(), b.get(), c.get(), regions_of(e.path()), scale, pixels_compared);
-            pixels += int64_t(a->w) * a->h;
-            if (!differences.empty())
-                drawing_test::save_failure("form_" + form + "_x" + std::to_string(scale), a.get(), b.get());
-            EXPECT_EQ(differences, "") << form << " at scale " << scale;
-            ++compared;
-        }
+        const Tally t = compare_forms(dir.path(), env, source, "Test", scale);
         // Every form but the one made for another kind of device.
-        EXPECT_GE(compared, 9) << "scale " << scale;
+        EXPECT_GE(t.forms, 9) << "scale " << scale;
         // Most of what the forms show was compared, not passed over as
         // bare form or a control the drawings leave out.
-        EXPECT_GT(pixels_compared * 2, pixels) << "scale " << scale;
+        EXPECT_GT(t.compared * 2, t.pixels) << "scale " << scale;
     }
+}
+
+// The shipped skins, each from the source folder its build drew the
+// pictures into, at the smallest and the largest scale: the two between
+// add time, not faults, as the test skin covers them.
+TEST(FormDrawing, EveryShippedSkinMatchesItsSvgAtScalesOneAndFour)
+{
+    test::TempDir dir;
+    const std::string env = pinned_fonts(dir.path());
+    test::write_file(dir / "bare.css", ".text { display: none }\n");
+    int skins = 0;
+    for (const auto& e : fs::directory_iterator(test::program_dir() / "skins")) {
+        const std::string name = e.path().filename().string();
+        const fs::path source = fs::path(QUILL_SKIN_STAGE_DIR) / (name + "_source");
+        if (!fs::exists(e.path() / (name + ".skin")))
+            continue;
+        ASSERT_TRUE(fs::exists(source / "skin.xml")) << source;
+        ++skins;
+        for (int scale : {1, 4}) {
+            const Tally t = compare_forms(dir.path(), env, source, name, scale);
+            EXPECT_GE(t.forms, 10) << name << " at scale " << scale;
+            EXPECT_LE(t.grown, 1) << name << " at scale " << scale; // the settings skin's "Settings"
+            EXPECT_GT(t.compared * 2, t.pixels) << name << " at scale " << scale;
+        }
+    }
+    EXPECT_GE(skins, 3); // Default, Dark and settings
 }
