@@ -23,8 +23,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <csignal>
 #include <memory>
 #include <sys/resource.h>
@@ -33,12 +31,6 @@ namespace fs = std::filesystem;
 using skinner::Point;
 
 namespace {
-
-std::string read_bytes(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // The 16-bit mono frames of `bytes` that are not zero.
 std::string without_silence(const std::string& bytes)
@@ -161,9 +153,7 @@ protected:
                             " sine 440 vol 0.4 dcshift 0.5"),
                   0);
         if (raw) {
-            fs::path r = dir.path() / (name + ".raw");
-            EXPECT_EQ(test::run("sox '" + p.string() + "' -t raw '" + r.string() + "'"), 0);
-            *raw = read_bytes(r);
+            *raw = test::run_out("sox '" + p.string() + "' -t raw -");
         }
         return p;
     }
@@ -225,7 +215,7 @@ TEST_F(MainFormTest, PlayButtonPlaysTheFileToItsEndAndButtonsFollowTheState)
 
     // The form's own tick notices the end of the file.
     run_until([&] { return !document->is_playing(); });
-    EXPECT_EQ(without_silence(read_bytes(out)), raw);
+    EXPECT_EQ(without_silence(test::read_file(out)), raw);
     EXPECT_EQ(form->play_button().state(), 0);
     EXPECT_FALSE(form->stop_button().is_enabled());
     EXPECT_FALSE(form->play_lamp().flashing());
