@@ -98,9 +98,7 @@ bool Screen::set_zoom(int zoom)
     zoom_ = zoom;
     size_ = {native.x * zoom, native.y * zoom};
     os::log() << "screen: zoom " << zoom << ", " << size_.x << "x" << size_.y << "\n";
-    SDL_SetWindowSize(window_, size_.x, size_.y);
-    SDL_SetWindowPosition(window_, SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED);
-    surface_ = SDL_GetWindowSurface(window_);
+    resize_window();
     // A form may close another while it hears of the change.
     std::vector<Form*> snapshot = Form::forms();
     for (Form* form : snapshot)
@@ -108,6 +106,34 @@ bool Screen::set_zoom(int zoom)
             form->on_screen_resolution_changed();
     repaint_all();
     return true;
+}
+
+void Screen::resize_window()
+{
+    SDL_SetWindowSize(window_, size_.x, size_.y + (strip_ ? strip_->strip_height() : 0));
+    SDL_SetWindowPosition(window_, SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED);
+    surface_ = SDL_GetWindowSurface(window_);
+}
+
+void Screen::set_strip(ScreenStrip* strip)
+{
+    strip_ = strip;
+    strip_pointer_ = false;
+    resize_window();
+    repaint_all();
+}
+
+void Screen::present_strip()
+{
+    if (!strip_ || !surface_)
+        return;
+    SDL_Rect r{0, size_.y, size_.x, strip_->strip_height()};
+    if (r.h < 1 || surface_->h < size_.y + r.h)
+        return;
+    SDL_FillRect(surface_, &r, 0xFF000000u);
+    Canvas canvas(surface_, {0, size_.y}, {r.w, r.h});
+    strip_->paint_strip(canvas, {0, size_.y}, {r.w, r.h});
+    SDL_UpdateWindowSurfaceRects(window_, &r, 1);
 }
 
 void Screen::show_window(bool shown)
@@ -154,6 +180,7 @@ void Screen::repaint_all()
             form->paint_dirty();
     paint_now();
     present({0, 0, size_.x, size_.y});
+    present_strip();
 }
 
 void Screen::present(Rect rect)
@@ -204,8 +231,32 @@ void Screen::update_title()
         SDL_SetWindowTitle(window_, liba::to_utf8(top->title()).c_str());
 }
 
+bool Screen::strip_pointer_event(const SDL_Event& e)
+{
+    if (!strip_ || pointer_form_ || e.type == SDL_MOUSEMOTION || e.button.button != SDL_BUTTON_LEFT)
+        return false;
+    Point p{e.button.x, e.button.y - size_.y};
+    if (e.type == SDL_MOUSEBUTTONDOWN) {
+        if (p.y < 0)
+            return false;
+        // A drop-down open above closes at a tap on the strip, as anywhere outside it.
+        if (Form* top = input_form(); top && top->is_combo())
+            top->close();
+        strip_pointer_ = true;
+        strip_->strip_pointer_down(p);
+        return true;
+    }
+    if (!strip_pointer_)
+        return false;
+    strip_pointer_ = false;
+    strip_->strip_pointer_up(p);
+    return true;
+}
+
 void Screen::pointer_event(const SDL_Event& e)
 {
+    if (strip_pointer_event(e))
+        return;
     Form* form = pointer_form_ ? pointer_form_ : input_form();
     if (!form)
         return;
@@ -274,6 +325,8 @@ void Screen::key_down(const SDL_Event& e)
     // The character typed with this key waits in the queue as its own event.
     SDL_Event text;
     bool typed = SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT) == 1;
+    if (strip_ && strip_->strip_key(e.key.keysym.sym))
+        return;
     if (key_filter_ && key_filter_(e.key.keysym.sym))
         return;
     Form* form = input_form();

@@ -23,6 +23,20 @@ namespace skinner {
 
 class Form;
 
+// A strip of the window below the screen that forms never cover (the menu
+// bar). Points are strip pixels, except that the strip paints at `position`
+// of the window's canvas; the height is window pixels.
+class ScreenStrip {
+public:
+    virtual ~ScreenStrip() = default;
+    virtual int strip_height() const = 0;
+    virtual void paint_strip(Canvas& canvas, Point position, Point size) = 0;
+    virtual void strip_pointer_down(Point point) = 0;
+    virtual void strip_pointer_up(Point point) = 0;
+    // A key the strip takes before any form: true when taken.
+    virtual bool strip_key(SDL_Keycode key) = 0;
+};
+
 class Screen : liba::Nocopy {
 public:
     static constexpr int kMaxZoom = 4;
@@ -47,6 +61,12 @@ public:
     // Sees each pressed key after the zoom keys and before any form; true
     // takes the key (and the character it typed) away from the forms.
     void set_key_filter(std::function<bool(SDL_Keycode)> filter) { key_filter_ = std::move(filter); }
+    // The window grows by the strip's height below the screen (null: none).
+    // The strip is not owned and must be unset before it goes.
+    void set_strip(ScreenStrip* strip);
+    ScreenStrip* strip() const { return strip_; }
+    // Repaints the strip and presents it.
+    void present_strip();
     void show_window(bool shown);
     bool window_shown() const;
     SDL_Surface* surface() const { return surface_; }
@@ -75,6 +95,8 @@ public:
 
 private:
     void pointer_event(const SDL_Event& event);
+    // A press on the strip, and its release wherever it comes: true when taken.
+    bool strip_pointer_event(const SDL_Event& event);
     void key_down(const SDL_Event& event);
     // Ctrl+Plus and Ctrl+Minus: true when the key was one of them.
     bool zoom_key(const SDL_Event& event);
@@ -90,6 +112,9 @@ private:
     Uint32 paint_event_ = 0;
     bool paint_pending_ = false;
     Form* pointer_form_ = nullptr; // the form that holds the pointer
+    ScreenStrip* strip_ = nullptr;
+    bool strip_pointer_ = false;   // the strip holds the pointer
+    void resize_window();
 };
 
 // The engine's key number for an SDL key.

@@ -5,6 +5,7 @@
 #include "skinner/menu_drop_down.h"
 #include "skinner/form_render.h"
 #include "skinner/menu_main_items.h"
+#include "skinner/menu_manager.h"
 #include "skinner/properties.h"
 
 #include "form_test_support.h"
@@ -136,4 +137,54 @@ TEST(MenuMain, SubMenuDropsDownAndSendsOnlyEnabledEntries)
     screen.release();
     EXPECT_EQ(listener.commands, std::vector<std::wstring>{L"Play"});
     EXPECT_FALSE(drop.is_visible());
+}
+
+TEST(MenuMain, BarBelowTheScreenOpensByTapAndF10)
+{
+    form_test::TestScreen screen(1, (test::program_dir() / "skins" / "Default" / "Default.skin").string());
+    ASSERT_TRUE(screen.properties().load_language(test::wide(test::program_dir() / "English.lng")));
+    MenuListener listener;
+    skinner::ClassFactoryForm form(screen.properties(), L"Main", nullptr, &listener);
+    form.show(true);
+    form.set_active(true);
+    skinner::MenuManagerImpl bar(screen.screen(), screen.properties(), form);
+    screen.settle();
+    int w = 0, h = 0;
+    SDL_GetWindowSize(screen.screen().window(), &w, &h);
+    EXPECT_EQ(h, 320 + 26) << "the window is the screen and the bar below it";
+    EXPECT_EQ(screen.screen().size(), (skinner::Point{240, 320})) << "forms keep the screen";
+    SDL_Surface* window = SDL_GetWindowSurface(screen.screen().window());
+    ASSERT_EQ(window->h, 320 + 26);
+    EXPECT_GT(static_cast<Uint32*>(window->pixels)[(320 + 2) * window->pitch / 4 + 1] & 0xFFFFFFu, 0xC0C0C0u)
+        << "the bar's light background fills the strip";
+    ASSERT_EQ(bar.entries().size(), 2u);
+    auto entry_center = [&](int i) {
+        const auto& e = bar.entries()[size_t(i)];
+        return skinner::Point{e.x + e.width / 2, 320 + 13};
+    };
+
+    // A tap on the sub-menu's entry drops it down; its entry sends its command.
+    screen.press_at(entry_center(0));
+    screen.release();
+    ASSERT_NE(bar.drop_down(), nullptr);
+    ASSERT_TRUE(bar.drop_down()->is_visible());
+    int row = bar.drop_down()->row_height();
+    screen.press_at(form_test::TestScreen::on_screen(*bar.drop_down(), {10, row / 2}));
+    screen.release();
+    EXPECT_EQ(listener.commands, std::vector<std::wstring>{L"Play"});
+    EXPECT_FALSE(bar.drop_down()->is_visible());
+
+    // F10 drops the first sub-menu down; a tap on the bar closes it again.
+    screen.key(SDLK_F10);
+    ASSERT_TRUE(bar.drop_down() && bar.drop_down()->is_visible());
+    screen.press_at(entry_center(1));
+    EXPECT_FALSE(bar.drop_down()->is_visible());
+    screen.release();
+    EXPECT_EQ(listener.commands, (std::vector<std::wstring>{L"Play", L"Mode"})) << "a command entry sends at once";
+
+    // A disabled command entry sends nothing.
+    dynamic_cast<skinner::Control*>(form.main_menu()->items()[1])->set_enabled(false);
+    screen.press_at(entry_center(1));
+    screen.release();
+    EXPECT_EQ(listener.commands.size(), 2u);
 }
