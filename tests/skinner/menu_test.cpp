@@ -106,16 +106,30 @@ int darkest_in(skinner::Form& form, int top, int height)
     return darkest;
 }
 
+// The Default skin's main form, shown in English on a screen of its own.
+struct MainOnScreen {
+    form_test::TestScreen screen{1, (test::program_dir() / "skins" / "Default" / "Default.skin").string()};
+    MenuListener listener;
+    skinner::ClassFactoryForm form{english(screen.properties()), L"Main", nullptr, &listener};
+
+    static skinner::Properties& english(skinner::Properties& p)
+    {
+        EXPECT_TRUE(p.load_language(test::wide(test::program_dir() / "English.lng")));
+        return p;
+    }
+    MainOnScreen()
+    {
+        form.show(true);
+        form.set_active(true);
+    }
+};
+
 } // namespace
 
 TEST(MenuMain, SubMenuDropsDownAndSendsOnlyEnabledEntries)
 {
-    form_test::TestScreen screen(1, (test::program_dir() / "skins" / "Default" / "Default.skin").string());
-    ASSERT_TRUE(screen.properties().load_language(test::wide(test::program_dir() / "English.lng")));
-    MenuListener listener;
-    skinner::ClassFactoryForm form(screen.properties(), L"Main", nullptr, &listener);
-    form.show(true);
-    form.set_active(true);
+    MainOnScreen main;
+    auto& [screen, listener, form] = main;
     skinner::MenuRecord file = form.main_menu()->items()[0]->describe();
 
     skinner::MenuDropDown drop(&form, screen.properties(), file, {10, 320});
@@ -141,12 +155,8 @@ TEST(MenuMain, SubMenuDropsDownAndSendsOnlyEnabledEntries)
 
 TEST(MenuMain, BarBelowTheScreenOpensByTapAndF10)
 {
-    form_test::TestScreen screen(1, (test::program_dir() / "skins" / "Default" / "Default.skin").string());
-    ASSERT_TRUE(screen.properties().load_language(test::wide(test::program_dir() / "English.lng")));
-    MenuListener listener;
-    skinner::ClassFactoryForm form(screen.properties(), L"Main", nullptr, &listener);
-    form.show(true);
-    form.set_active(true);
+    MainOnScreen main;
+    auto& [screen, listener, form] = main;
     skinner::MenuManagerImpl bar(screen.screen(), screen.properties(), form);
     screen.settle();
     int w = 0, h = 0;
