@@ -171,13 +171,14 @@ void PlayerPCMImpl::run()
 void PlayerPCMImpl::on_wake()
 {
     if (start_requested.load() && state == PlayerPCM::kIdle) {
-        // Pulled without the lock: the path may take its time here, and the
-        // main thread stays free to relink it meanwhile.
+        // Pulled under the lock, as a fill is: the main thread cuts a path
+        // under this lock and then deletes it, so a pull without it could
+        // still be inside a path that is gone.
+        liba::Lock held(owner.lock);
         if (pending.empty()) {
             owner.pull_data(pending, kPullFrames);
             frames_fed += static_cast<std::int64_t>(pending.sample_count());
         }
-        liba::Lock held(owner.lock);
         if (pending.empty()) {
             if (all_free())
                 finished.store(true);

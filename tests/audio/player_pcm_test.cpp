@@ -187,6 +187,13 @@ TEST_F(PlayerPCMTest, ShortStreamsEmptyPathsAndStopMidStream)
 {
     Reference ref = audio_test::sox_reference("player_u8_stereo_11025.wav");
     use_disk_device(out_file, 2);
+    Reference small = ref;
+    small.bytes.resize(100 * 2);
+    Reference longer = ref;
+    for (int i = 0; i < 15; ++i)
+        longer.bytes += ref.bytes;
+    StreamSource first({&small});
+    StreamSource source({&longer});
     PlayerPCM player;
 
     // Nothing linked: nothing opens and the stream counts as finished.
@@ -197,23 +204,14 @@ TEST_F(PlayerPCMTest, ShortStreamsEmptyPathsAndStopMidStream)
     EXPECT_TRUE(player.status().finished);
 
     // 100 frames: one short buffer, then the device closes by itself.
-    Reference small = ref;
-    small.bytes.resize(100 * 2);
-    {
-        StreamSource source({&small});
-        audio::connect(source, &player);
-        ASSERT_TRUE(player.play());
-        ASSERT_TRUE(wait_until([&] { return ended(player, 1); }));
-        audio::connect(source, nullptr);
-        EXPECT_TRUE(without_silence(test::read_file(out_file), 2, 8) == small.bytes);
-    }
+    audio::connect(first, &player);
+    ASSERT_TRUE(player.play());
+    ASSERT_TRUE(wait_until([&] { return ended(player, 1); }));
+    audio::connect(first, nullptr);
+    EXPECT_TRUE(without_silence(test::read_file(out_file), 2, 8) == small.bytes);
 
     // Stopped mid-stream: what the device got is the start of the signal,
     // and the device closes without the rest.
-    Reference longer = ref;
-    for (int i = 0; i < 15; ++i)
-        longer.bytes += ref.bytes;
-    StreamSource source({&longer});
     audio::connect(source, &player);
     ASSERT_TRUE(player.play());
     sleep_ms(60);
