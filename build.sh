@@ -18,7 +18,7 @@ PACKAGES=(
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
   gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
   sox libsox-fmt-all lame vorbis-tools musepack-tools ffmpeg espeak-ng hyperfine stress-ng librsvg2-bin zip madplay
-  python3-mutagen
+  python3-mutagen gifsicle
   libsystemd-dev dbus playerctl
 )
 

@@ -35,8 +35,9 @@ Surface make_surface(int width, int height);
 Surface decode_png(std::string_view bytes, const std::wstring& name);
 
 enum class ImageKind { gif, bmp, jpeg };
-// GIF, BMP or JPEG through SDL2_image; the picture's size is read from its
-// header first and checked against kMaxImageSide.
+// BMP or JPEG through SDL2_image, GIF by decode_gif (gif_decoder.h); the
+// picture's size is read from its header first and checked against
+// kMaxImageSide.
 Surface decode_platform_image(std::string_view bytes, ImageKind kind, const std::wstring& name);
 
 // A device-independent bitmap read as it lies in the file: file header,

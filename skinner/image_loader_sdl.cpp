@@ -1,13 +1,14 @@
-// GIF, BMP and JPEG through SDL2_image. SDL2_image allocates what a header
-// claims before it reads the pixels, so each header's size is read here
-// first and held to kMaxImageSide.
+// BMP and JPEG through SDL2_image, GIF by our own decoder. SDL2_image
+// allocates what a header claims before it reads the pixels, so each
+// header's size is read here first and held to kMaxImageSide.
 #include "skinner/image_loader.h"
+
+#include "skinner/gif_decoder.h"
 
 #include "os/log.h"
 
 #include <SDL_image.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -38,36 +39,6 @@ Size bmp_size(std::string_view bytes)
     const int32_t w = int32_t(le32(p + 18));
     const int32_t h = int32_t(le32(p + 22));
     return {std::llabs(w), std::llabs(h)};
-}
-
-// The logical screen and every image descriptor up to the first image,
-// which is the one SDL2_image decodes.
-Size gif_size(std::string_view bytes)
-{
-    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
-    const size_t n = bytes.size();
-    if (n < 13)
-        return {};
-    Size s{le16(p + 6), le16(p + 8)};
-    size_t at = 13;
-    if (p[10] & 0x80)
-        at += 3u << ((p[10] & 7) + 1);
-    while (at < n) {
-        if (p[at] == 0x2C) { // image descriptor
-            if (at + 9 >= n)
-                return {};
-            s.width = std::max<int64_t>(s.width, le16(p + at + 5));
-            s.height = std::max<int64_t>(s.height, le16(p + at + 7));
-            return s;
-        }
-        if (p[at] != 0x21 || at + 2 >= n) // an extension, else nothing decodable
-            return {};
-        at += 2;
-        while (at < n && p[at] != 0)
-            at += size_t(p[at]) + 1;
-        ++at;
-    }
-    return {};
 }
 
 // The first start-of-frame marker holds the size.
@@ -109,9 +80,9 @@ Size jpeg_size(std::string_view bytes)
 
 Surface decode_platform_image(std::string_view bytes, ImageKind kind, const std::wstring& name)
 {
-    const Size size = kind == ImageKind::gif ? gif_size(bytes)
-                      : kind == ImageKind::bmp ? bmp_size(bytes)
-                                               : jpeg_size(bytes);
+    if (kind == ImageKind::gif)
+        return decode_gif(bytes, name);
+    const Size size = kind == ImageKind::bmp ? bmp_size(bytes) : jpeg_size(bytes);
     if (size.width < 1 || size.height < 1 || size.width > kMaxImageSide || size.height > kMaxImageSide) {
         os::log() << "decode_platform_image: " << name << " has no size or one beyond "
                   << kMaxImageSide << ", refused\n";
@@ -126,7 +97,7 @@ Surface decode_platform_image(std::string_view bytes, ImageKind kind, const std:
     // data that looks like something else (SVG, TGA, ...) to other loaders.
     Surface loaded;
     switch (kind) {
-    case ImageKind::gif: loaded.reset(IMG_isGIF(rw) ? IMG_LoadGIF_RW(rw) : nullptr); break;
+    case ImageKind::gif: break; // decoded above
     case ImageKind::bmp: loaded.reset(IMG_isBMP(rw) ? IMG_LoadBMP_RW(rw) : nullptr); break;
     case ImageKind::jpeg: loaded.reset(IMG_isJPG(rw) ? IMG_LoadJPG_RW(rw) : nullptr); break;
     }

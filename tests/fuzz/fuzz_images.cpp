@@ -1,5 +1,5 @@
 // Arbitrary bytes as a skin's picture file, through the decoders (PNG by
-// libpng, BMP, GIF and JPEG by SDL2_image, the raw bitmap reader) and then,
+// libpng, GIF by our own, BMP and JPEG by SDL2_image, the raw bitmap reader) and then,
 // when a bitmap comes out, drawn and hit-tested with nine-slice points taken
 // from the input too, as a skin's picture records could hold any points.
 // Layout: byte 0 picks the file, bytes 1..18 the points, scale and stretch,
@@ -56,12 +56,6 @@ int16_t point_value(const uint8_t* p) { return int16_t(p[0] | (p[1] << 8)) % 96;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < kHeader)
-        return 0;
-    // SDL2_image 2.6.3's GIF loader writes through a null pointer and frees
-    // what it never allocated on some corrupt LZW data; that is the
-    // library's fault, not ours, and a GIF decoder of our own is to replace
-    // it. Until then GIF bytes stay out of this target.
-    if (std::string_view(reinterpret_cast<const char*>(data), size).find("GIF8") != std::string_view::npos)
         return 0;
     const std::string_view file(reinterpret_cast<const char*>(data) + kHeader, size - kHeader);
 
