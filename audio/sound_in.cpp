@@ -5,14 +5,6 @@
 
 namespace audio {
 
-namespace {
-
-// Frames per SDL callback: about 23 ms at 22050 Hz, small beside a buffer of
-// 5000 frames, so a buffer comes back soon after it is full.
-constexpr Uint16 kCallbackFrames = 512;
-
-} // namespace
-
 SoundIn::~SoundIn()
 {
     if (device_ != 0)
@@ -21,26 +13,12 @@ SoundIn::~SoundIn()
 
 bool SoundIn::open(int channels, int bits, int rate)
 {
-    if (device_ != 0 || channels < 1 || channels > 8 || rate <= 0)
+    SDL_AudioSpec want;
+    if (device_ != 0 || !sdl_audio_spec(channels, bits, rate, 16, &SoundIn::callback, this, want))
         return false;
-    SDL_AudioSpec want{};
-    switch (bits) {
-    case 8: want.format = AUDIO_U8; break;
-    case 16: want.format = AUDIO_S16LSB; break;
-    default: return false;
-    }
-    if (SDL_WasInit(SDL_INIT_AUDIO) == 0)
-        return false;
-    want.freq = rate;
-    want.channels = static_cast<Uint8>(channels);
-    want.samples = kCallbackFrames;
-    want.callback = &SoundIn::callback;
-    want.userdata = this;
     {
         std::lock_guard<std::mutex> g(mutex_);
-        head_ = 0;
-        count_ = 0;
-        head_offset_ = 0;
+        ring_.clear();
     }
     // No changes allowed: SDL converts from what the hardware gives, so the
     // callback always sees the recording's own format. A device opens paused.
@@ -57,11 +35,7 @@ bool SoundIn::add_buffer(int buffer, std::uint8_t* bytes, std::size_t length)
     if (device_ == 0 || length == 0)
         return false;
     std::lock_guard<std::mutex> g(mutex_);
-    if (count_ == kMaxBuffers)
-        return false;
-    queue_[static_cast<std::size_t>((head_ + count_) % kMaxBuffers)] = Queued{buffer, bytes, length};
-    ++count_;
-    return true;
+    return ring_.push(buffer, bytes, length);
 }
 
 bool SoundIn::start()
@@ -80,8 +54,8 @@ bool SoundIn::stop()
     // that is taken only afterwards.
     SDL_PauseAudioDevice(device_, 1);
     std::lock_guard<std::mutex> g(mutex_);
-    if (count_ > 0 && head_offset_ > 0)
-        pop_head(head_offset_);
+    if (ring_.count() > 0 && ring_.head_offset() > 0)
+        pop_head(ring_.head_offset());
     return true;
 }
 
@@ -91,8 +65,8 @@ bool SoundIn::reset()
         return false;
     SDL_PauseAudioDevice(device_, 1);
     std::lock_guard<std::mutex> g(mutex_);
-    while (count_ > 0)
-        pop_head(head_offset_);
+    while (ring_.count() > 0)
+        pop_head(ring_.head_offset());
     return true;
 }
 
@@ -106,9 +80,7 @@ bool SoundIn::close()
     device_ = 0;
     {
         std::lock_guard<std::mutex> g(mutex_);
-        head_ = 0;
-        count_ = 0;
-        head_offset_ = 0;
+        ring_.clear();
     }
     listener_.on_device_message(kClose, -1, 0);
     return true;
@@ -117,7 +89,7 @@ bool SoundIn::close()
 int SoundIn::queued() const
 {
     std::lock_guard<std::mutex> g(mutex_);
-    return count_;
+    return ring_.count();
 }
 
 std::uint64_t SoundIn::bytes_heard() const
@@ -134,11 +106,7 @@ std::uint64_t SoundIn::bytes_lost() const
 
 void SoundIn::pop_head(std::size_t recorded)
 {
-    int buffer = queue_[static_cast<std::size_t>(head_)].buffer;
-    head_ = (head_ + 1) % kMaxBuffers;
-    --count_;
-    head_offset_ = 0;
-    listener_.on_device_message(kData, buffer, recorded);
+    listener_.on_device_message(kData, ring_.pop(), recorded);
 }
 
 void SDLCALL SoundIn::callback(void* self, Uint8* stream, int len)
@@ -151,14 +119,12 @@ void SoundIn::take(const std::uint8_t* in, std::size_t len)
     std::lock_guard<std::mutex> g(mutex_);
     heard_ += len;
     std::size_t done = 0;
-    while (count_ > 0 && done < len) {
-        Queued& q = queue_[static_cast<std::size_t>(head_)];
-        std::size_t n = std::min(q.length - head_offset_, len - done);
-        std::memcpy(q.bytes + head_offset_, in + done, n);
+    while (ring_.count() > 0 && done < len) {
+        const std::size_t n = std::min(ring_.head_left(), len - done);
+        std::memcpy(ring_.head_bytes(), in + done, n);
         done += n;
-        head_offset_ += n;
-        if (head_offset_ == q.length)
-            pop_head(q.length);
+        if (ring_.advance(n))
+            pop_head(ring_.head_offset());
     }
     // Overrun: no buffer is left to take the rest.
     lost_ += len - done;

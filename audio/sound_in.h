@@ -1,10 +1,10 @@
 #pragma once
 
+#include "audio/sdl_audio_device.h"
 #include "liba/nocopy.h"
 
 #include <SDL.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -71,12 +71,6 @@ public:
     std::uint64_t bytes_lost() const;
 
 private:
-    struct Queued {
-        int buffer = -1;
-        std::uint8_t* bytes = nullptr;
-        std::size_t length = 0;
-    };
-
     static void SDLCALL callback(void* self, Uint8* stream, int len);
     void take(const std::uint8_t* in, std::size_t len);
     // Reports the buffer at the head done with `recorded` bytes; under mutex_.
@@ -91,10 +85,7 @@ private:
     // in the one at its head. Reports of full buffers are made under it, so
     // that they arrive in order.
     mutable std::mutex mutex_;
-    std::array<Queued, kMaxBuffers> queue_{};
-    int head_ = 0;
-    int count_ = 0;
-    std::size_t head_offset_ = 0;
+    BufferRing<std::uint8_t, kMaxBuffers> ring_;
     std::uint64_t heard_ = 0;
     std::uint64_t lost_ = 0;
 };

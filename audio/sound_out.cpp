@@ -5,14 +5,6 @@
 
 namespace audio {
 
-namespace {
-
-// Frames per SDL callback: about 12 ms at 44100 Hz, short enough that a
-// returned buffer is noticed soon and a pause takes hold at once.
-constexpr Uint16 kCallbackFrames = 512;
-
-} // namespace
-
 SoundOut::~SoundOut()
 {
     if (device_ != 0)
@@ -21,27 +13,12 @@ SoundOut::~SoundOut()
 
 bool SoundOut::open(int channels, int bits, int rate, bool paused)
 {
-    if (device_ != 0 || channels < 1 || channels > 8 || rate <= 0)
+    SDL_AudioSpec want;
+    if (device_ != 0 || !sdl_audio_spec(channels, bits, rate, 32, &SoundOut::callback, this, want))
         return false;
-    SDL_AudioSpec want{};
-    switch (bits) {
-    case 8: want.format = AUDIO_U8; break;
-    case 16: want.format = AUDIO_S16LSB; break;
-    case 32: want.format = AUDIO_S32LSB; break;
-    default: return false;
-    }
-    if (SDL_WasInit(SDL_INIT_AUDIO) == 0)
-        return false;
-    want.freq = rate;
-    want.channels = static_cast<Uint8>(channels);
-    want.samples = kCallbackFrames;
-    want.callback = &SoundOut::callback;
-    want.userdata = this;
     {
         std::lock_guard<std::mutex> g(mutex_);
-        head_ = 0;
-        count_ = 0;
-        head_offset_ = 0;
+        ring_.clear();
     }
     bits_ = bits;
     silence_ = bits == 8 ? 0x80 : 0;
@@ -61,11 +38,7 @@ bool SoundOut::write(int buffer, const std::uint8_t* bytes, std::size_t length)
     if (device_ == 0)
         return false;
     std::lock_guard<std::mutex> g(mutex_);
-    if (count_ == kMaxBuffers)
-        return false;
-    queue_[static_cast<std::size_t>((head_ + count_) % kMaxBuffers)] = Queued{buffer, bytes, length};
-    ++count_;
-    return true;
+    return ring_.push(buffer, bytes, length);
 }
 
 bool SoundOut::reset()
@@ -73,13 +46,8 @@ bool SoundOut::reset()
     if (device_ == 0)
         return false;
     std::lock_guard<std::mutex> g(mutex_);
-    while (count_ > 0) {
-        int buffer = queue_[static_cast<std::size_t>(head_)].buffer;
-        head_ = (head_ + 1) % kMaxBuffers;
-        --count_;
-        listener_.on_device_message(kDone, buffer);
-    }
-    head_offset_ = 0;
+    while (ring_.count() > 0)
+        listener_.on_device_message(kDone, ring_.pop());
     return true;
 }
 
@@ -109,9 +77,7 @@ bool SoundOut::close()
     device_ = 0;
     {
         std::lock_guard<std::mutex> g(mutex_);
-        head_ = 0;
-        count_ = 0;
-        head_offset_ = 0;
+        ring_.clear();
     }
     listener_.on_device_message(kClose, -1);
     return true;
@@ -128,19 +94,13 @@ void SoundOut::fill(std::uint8_t* out, std::size_t len)
     std::size_t done = 0;
     {
         std::lock_guard<std::mutex> g(mutex_);
-        while (count_ > 0) {
-            Queued& q = queue_[static_cast<std::size_t>(head_)];
-            std::size_t n = std::min(q.length - head_offset_, len - done);
-            std::memcpy(out + done, q.bytes + head_offset_, n);
+        while (ring_.count() > 0) {
+            const std::size_t n = std::min(ring_.head_left(), len - done);
+            std::memcpy(out + done, ring_.head_bytes(), n);
             done += n;
-            head_offset_ += n;
-            if (head_offset_ < q.length)
+            if (!ring_.advance(n))
                 break; // the callback's block is full
-            int buffer = q.buffer;
-            head_ = (head_ + 1) % kMaxBuffers;
-            --count_;
-            head_offset_ = 0;
-            listener_.on_device_message(kDone, buffer);
+            listener_.on_device_message(kDone, ring_.pop());
             if (done == len)
                 break;
         }

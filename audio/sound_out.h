@@ -1,10 +1,10 @@
 #pragma once
 
+#include "audio/sdl_audio_device.h"
 #include "liba/nocopy.h"
 
 #include <SDL.h>
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -69,12 +69,6 @@ public:
     std::uint64_t callbacks() const { return callbacks_.load(std::memory_order_relaxed); }
 
 private:
-    struct Queued {
-        int buffer = -1;
-        const std::uint8_t* bytes = nullptr;
-        std::size_t length = 0;
-    };
-
     static void SDLCALL callback(void* self, Uint8* stream, int len);
     void fill(std::uint8_t* out, std::size_t len);
 
@@ -89,10 +83,7 @@ private:
     // in the one at its head. Reports of done buffers are made under it, so
     // that they arrive in order.
     std::mutex mutex_;
-    std::array<Queued, kMaxBuffers> queue_{};
-    int head_ = 0;
-    int count_ = 0;
-    std::size_t head_offset_ = 0;
+    BufferRing<const std::uint8_t, kMaxBuffers> ring_;
 
     std::atomic<std::uint32_t> level_{65535};
     std::atomic<std::uint64_t> callbacks_{0};
