@@ -346,6 +346,8 @@ void Screen::handle_event(const SDL_Event& e)
         paint_now();
         return;
     }
+    if (press_watcher_ && (e.type == SDL_MOUSEBUTTONDOWN || e.type == SDL_KEYDOWN))
+        press_watcher_();
     switch (e.type) {
     case SDL_MOUSEMOTION:
     case SDL_MOUSEBUTTONDOWN:

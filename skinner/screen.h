@@ -61,6 +61,9 @@ public:
     // Sees each pressed key after the zoom keys and before any form; true
     // takes the key (and the character it typed) away from the forms.
     void set_key_filter(std::function<bool(SDL_Keycode)> filter) { key_filter_ = std::move(filter); }
+    // Sees every press of a mouse button or a key before anything else does,
+    // and cannot take it: the press goes on as if unseen (display power).
+    void set_press_watcher(std::function<void()> watcher) { press_watcher_ = std::move(watcher); }
     // The window grows by the strip's height below the screen (null: none).
     // The strip is not owned and must be unset before it goes.
     void set_strip(ScreenStrip* strip);
@@ -107,6 +110,7 @@ private:
     int zoom_ = 1;
     std::function<void()> quit_handler_;
     std::function<bool(SDL_Keycode)> key_filter_;
+    std::function<void()> press_watcher_;
     SDL_Window* window_ = nullptr;
     SDL_Surface* surface_ = nullptr;
     Uint32 paint_event_ = 0;
