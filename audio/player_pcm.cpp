@@ -49,6 +49,7 @@ public:
     double get_volume();
     PlayerPCM::Status status();
     std::uint64_t device_callbacks() const { return device.callbacks(); }
+    double queued_seconds();
 
     std::atomic<bool> start_requested{false};
     std::atomic<bool> pause_requested{false};
@@ -83,6 +84,8 @@ private:
     void measure_peaks(const Buffer& b);
     bool all_free() const;
     bool same_format(const PCMData& r) const;
+    // Publishes what is pulled and not yet in a buffer, for queued_seconds.
+    void note_pending();
     void apply_volume();
 
     PlayerPCM& owner;
@@ -102,6 +105,11 @@ private:
     int opens = 0;
     // Pulled and not yet copied into a buffer; the player's thread only.
     PCMData pending;
+    // What queued_seconds reads without the lock: the frames of `pending`
+    // in the device's format, the device's frame size and rate (0: closed).
+    std::atomic<std::int64_t> pending_frames{0};
+    std::atomic<int> open_frame_bytes{0};
+    std::atomic<int> open_rate{0};
     liba::Event ready;
     int state = PlayerPCM::kIdle;
     bool paused = false;
@@ -179,6 +187,7 @@ void PlayerPCMImpl::on_wake()
             owner.pull_data(pending, kPullFrames);
             frames_fed += static_cast<std::int64_t>(pending.sample_count());
         }
+        note_pending();
         if (pending.empty()) {
             if (all_free())
                 finished.store(true);
@@ -194,6 +203,7 @@ void PlayerPCMImpl::on_wake()
         state = PlayerPCM::kDraining;
         device.reset();
         pending = PCMData();
+        note_pending();
         if (!device.is_open()) {
             // The device never opened: there is nothing to drain or close.
             state = PlayerPCM::kIdle;
@@ -228,6 +238,9 @@ void PlayerPCMImpl::open_device()
         b.length = 0;
     }
     frames_fed = 0;
+    open_frame_bytes.store(align);
+    open_rate.store(device_rate);
+    note_pending();
     // A failure is not looked at: no open report comes, and the player stays
     // in its playing state, silent, until it is stopped.
     if (sdl_audio && size > 0 && device.open(device_channels, device_bits, device_rate, paused))
@@ -262,6 +275,7 @@ void PlayerPCMImpl::on_close()
     frames_fed = 0;
     peak[0] = peak[1] = 0.0;
     device_channels = device_bits = device_rate = 0;
+    open_rate.store(0);
     device_open = false;
     finished.store(true);
     // With sound still wanted, the wake either finds audio of a new format
@@ -304,6 +318,7 @@ bool PlayerPCMImpl::fill_buffers()
         }
         b.in_device = true;
         device.write(static_cast<int>(&b - buffers.data()), b.data.data(), b.length);
+        note_pending();
         if (left > 0)
             return true;
     }
@@ -313,6 +328,21 @@ bool PlayerPCMImpl::fill_buffers()
 bool PlayerPCMImpl::same_format(const PCMData& r) const
 {
     return r.rate == device_rate && r.channels == device_channels && r.bits == device_bits;
+}
+
+void PlayerPCMImpl::note_pending()
+{
+    pending_frames.store(same_format(pending) ? static_cast<std::int64_t>(pending.sample_count()) : 0);
+}
+
+double PlayerPCMImpl::queued_seconds()
+{
+    const int rate = open_rate.load();
+    const int frame_bytes = open_frame_bytes.load();
+    if (rate <= 0 || frame_bytes <= 0)
+        return 0.0;
+    const auto frames = pending_frames.load() + static_cast<std::int64_t>(device.queued_bytes()) / frame_bytes;
+    return static_cast<double>(frames) / rate;
 }
 
 bool PlayerPCMImpl::all_free() const
@@ -436,6 +466,11 @@ PlayerPCM::Status PlayerPCM::status() const
 std::uint64_t PlayerPCM::device_callbacks() const
 {
     return impl->device_callbacks();
+}
+
+double PlayerPCM::queued_seconds() const
+{
+    return impl->queued_seconds();
 }
 
 } // namespace audio

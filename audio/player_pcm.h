@@ -59,6 +59,9 @@ public:
         double peak[2] = {0.0, 0.0};
     };
     Status status() const;
+    // Seconds of sound pulled and not yet handed to SDL: what the device
+    // will still play before anything pulled later. Takes no lock.
+    double queued_seconds() const;
     // SDL callbacks made so far on the player's devices; takes no lock.
     std::uint64_t device_callbacks() const;
 

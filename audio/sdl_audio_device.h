@@ -37,6 +37,14 @@ public:
     Byte* head_bytes() const { return head().bytes + offset_; }
     std::size_t head_left() const { return head().length - offset_; }
     std::size_t head_offset() const { return offset_; }
+    // Bytes lent and not yet taken by the device.
+    std::size_t bytes_left() const
+    {
+        std::size_t sum = 0;
+        for (int i = 0; i < count_; ++i)
+            sum += ring_[static_cast<std::size_t>((head_ + i) % N)].length;
+        return sum - (count_ > 0 ? offset_ : 0);
+    }
     // Moves `n` bytes on in the head buffer; true once it is used up.
     bool advance(std::size_t n)
     {

@@ -83,6 +83,12 @@ bool SoundOut::close()
     return true;
 }
 
+std::size_t SoundOut::queued_bytes()
+{
+    std::lock_guard<std::mutex> g(mutex_);
+    return ring_.bytes_left();
+}
+
 void SDLCALL SoundOut::callback(void* self, Uint8* stream, int len)
 {
     static_cast<SoundOut*>(self)->fill(stream, len > 0 ? static_cast<std::size_t>(len) : 0);

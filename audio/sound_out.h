@@ -65,6 +65,8 @@ public:
     // does; also for sinks that stand in for the device.
     static void scale(std::uint8_t* out, std::size_t len, int bits, std::uint32_t level);
     static constexpr std::uint32_t kFullLevel = 65535;
+    // Bytes written and not yet copied out by SDL's callback; any thread.
+    std::size_t queued_bytes();
     // Callbacks that SDL has made on devices of this object so far.
     std::uint64_t callbacks() const { return callbacks_.load(std::memory_order_relaxed); }
 
