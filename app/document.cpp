@@ -60,7 +60,7 @@ Document::Document(const std::wstring& settings_path)
     audio::connect(level_meter_record_, &time_meter_);
     audio::connect(time_meter_, &active_buffer_);
     apply_level_settings();
-    play_path_.set_equalizers(settings_.equalizer1, settings_.equalizer2, settings_.equalizer3);
+    rebuild_equalizers();
     audio::connect(level_meter_, &player_);
     play_path_.attach(&level_meter_);
     player_.set_volume(settings_.volume);
@@ -408,6 +408,11 @@ void Document::apply_settings(const Settings& new_settings)
     play_order_.change_mode(settings_.mode);
     apply_level_settings();
     arm_wakeup();
+}
+
+void Document::rebuild_equalizers()
+{
+    play_path_.set_equalizers(settings_.equalizer1, settings_.equalizer2, settings_.equalizer3);
 }
 
 void Document::end_of_item()

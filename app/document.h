@@ -200,6 +200,9 @@ public:
     // Takes the record, writes the settings file and rebuilds the order for
     // its mode.
     void apply_settings(const Settings& new_settings);
+    // Sets the play path's bands up again from the settings' three
+    // equalisers, linking the active ones.
+    void rebuild_equalizers();
     // The scheduled recording whose span holds the present moment, unless a
     // recording runs: it starts in the settings' "Folder", ends at the span's
     // end and leaves the schedule. Returns its file; empty when nothing

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstring>
 #include <numbers>
 
@@ -138,21 +139,44 @@ void EqualizerPCM::set_amplitude(double db)
     valid = false;
 }
 
-bool EqualizerPCM::make_coefficients()
+bool EqualizerPCM::design(double hz, double octaves, double db, std::int32_t rate, Coefficients& out)
 {
     const double fs = rate;
-    if (!(frequency < fs * kTopOfBand))
+    if (!(hz < fs * kTopOfBand))
         return false;
-    const double s = std::sinh(width * kHalfLn2);
-    const double gain = std::pow(10.0, amplitude * 0.025);
-    const double w = 2.0 * std::numbers::pi * frequency / fs;
+    const double s = std::sinh(octaves * kHalfLn2);
+    const double gain = std::pow(10.0, db * 0.025);
+    const double w = 2.0 * std::numbers::pi * hz / fs;
     const double c = std::cos(w);
     const double alpha = std::sin(w) * s;
     const double n = 1.0 / (1.0 + alpha / gain);
-    b0 = std::int64_t((1.0 + alpha * gain) * n * kCoefOne);
-    b1 = a1 = std::int64_t(-2.0 * c * n * kCoefOne);
-    b2 = std::int64_t((1.0 - alpha * gain) * n * kCoefOne);
-    a2 = std::int64_t((1.0 - alpha / gain) * n * kCoefOne);
+    out.b0 = std::int64_t((1.0 + alpha * gain) * n * kCoefOne);
+    out.b1 = out.a1 = std::int64_t(-2.0 * c * n * kCoefOne);
+    out.b2 = std::int64_t((1.0 - alpha * gain) * n * kCoefOne);
+    out.a2 = std::int64_t((1.0 - alpha / gain) * n * kCoefOne);
+    return true;
+}
+
+double EqualizerPCM::response_db(const Coefficients& c, double hz, std::int32_t rate)
+{
+    // H(z) = (b0 + b1 z^-1 + b2 z^-2) / (1 + a1 z^-1 + a2 z^-2) on the unit circle.
+    const std::complex<double> z1 = std::polar(1.0, -2.0 * std::numbers::pi * hz / rate);
+    const std::complex<double> z2 = z1 * z1;
+    const std::complex<double> num = (double(c.b0) + double(c.b1) * z1 + double(c.b2) * z2) / kCoefOne;
+    const std::complex<double> den = 1.0 + (double(c.a1) * z1 + double(c.a2) * z2) / kCoefOne;
+    return 20.0 * std::log10(std::abs(num) / std::abs(den));
+}
+
+bool EqualizerPCM::make_coefficients()
+{
+    Coefficients c;
+    if (!design(frequency, width, amplitude, rate, c))
+        return false;
+    b0 = c.b0;
+    b1 = c.b1;
+    b2 = c.b2;
+    a1 = c.a1;
+    a2 = c.a2;
     std::fill(std::begin(history), std::end(history), History());
     valid = true;
     return true;

@@ -19,6 +19,17 @@ namespace audio {
 // dB. Records out are new blocks owned by the receiver.
 class EqualizerPCM : public Processor<PCMData> {
 public:
+    // The Q28 coefficients a band filters with (1.0 is 1 << 28).
+    struct Coefficients {
+        std::int64_t b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
+    };
+    // The coefficients of a band centred on `hz`, `octaves` wide, with `db`
+    // at the centre, for `rate`; false when the rate can't carry the centre
+    // (at or above rate / 2.01).
+    static bool design(double hz, double octaves, double db, std::int32_t rate, Coefficients& out);
+    // The gain in dB at `hz` of the biquad `c` running at `rate`.
+    static double response_db(const Coefficients& c, double hz, std::int32_t rate);
+
     void set_frequency(double hz);
     void set_width(double octaves);
     void set_amplitude(double db);
