@@ -10,6 +10,8 @@ struct sd_bus;
 
 namespace os {
 
+class MainThreadHandoff;
+
 // The user's session message bus (sd-bus), served on the main thread: a
 // thread of its own sleeps on the bus's socket and, when something arrives,
 // posts to the main thread's queue, where every waiting message is
@@ -37,13 +39,12 @@ public:
     void stop();
 
 private:
-    class Dispatcher;
     void watch();
     // Main thread: handles every message waiting and flushes the replies.
     void dispatch();
 
     sd_bus* bus_ = nullptr;
-    std::unique_ptr<Dispatcher> dispatcher_;
+    std::unique_ptr<MainThreadHandoff> handoff_;
     int wake_pipe_[2] = {-1, -1};
     std::thread thread_;
 };

@@ -1,12 +1,10 @@
 #include "os/unix_socket_server.h"
 
-#include "liba/active.h"
-#include "liba/event.h"
 #include "os/log.h"
+#include "os/main_thread_handoff.h"
 
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -92,94 +90,8 @@ bool write_u32le(int fd, uint32_t value)
     return write_all(fd, b, sizeof b);
 }
 
-// Carries one piece of work from the accepting thread to the main thread and
-// tells the sender when it has run. Armed (active) whenever it can take work.
-class UnixSocketServer::Receiver : public CActive {
-public:
-    void arm()
-    {
-        CActiveScheduler::instance().set_active(*this);
-        std::lock_guard<std::mutex> g(mutex_);
-        posted_ = false;
-    }
-
-    // Accepting thread: false when the receiver was closed first.
-    bool deliver(const std::function<void()>& work)
-    {
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            if (closed_ || posted_ || !is_active())
-                return false;
-            work_ = &work;
-            posted_ = true;
-            handled_ = false;
-            done_.reset();
-            // Notify under the lock, so a cancel on the main thread either
-            // finds this completion in the queue or sees that none will come.
-            CActiveScheduler::instance().notify(*this);
-        }
-        done_.wait();
-        std::lock_guard<std::mutex> g(mutex_);
-        work_ = nullptr;
-        return handled_;
-    }
-
-    // Main thread, after cancel: releases a sender still waiting.
-    void close()
-    {
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            closed_ = true;
-        }
-        done_.set();
-    }
-
-    // Main thread: a fresh start after close.
-    void reopen()
-    {
-        std::lock_guard<std::mutex> g(mutex_);
-        closed_ = false;
-    }
-
-    void run() override
-    {
-        const std::function<void()>* work;
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            work = work_;
-        }
-        // The sender waits in deliver until done_ is set, so `work` lives.
-        if (work)
-            (*work)();
-        arm();
-        {
-            std::lock_guard<std::mutex> g(mutex_);
-            handled_ = work != nullptr;
-        }
-        done_.set();
-    }
-
-    void do_cancel() override
-    {
-        std::lock_guard<std::mutex> g(mutex_);
-        closed_ = true;
-        if (!posted_) {
-            posted_ = true;
-            CActiveScheduler::instance().notify(*this);
-        }
-    }
-
-private:
-    std::mutex mutex_;
-    const std::function<void()>* work_ = nullptr;
-    bool posted_ = false;
-    bool closed_ = false;
-    bool handled_ = false;
-    liba::Event done_;
-};
-
 UnixSocketServer::UnixSocketServer(std::string name, Serve serve)
-    : name_(std::move(name)), serve_(std::move(serve)), receiver_(std::make_unique<Receiver>())
+    : name_(std::move(name)), serve_(std::move(serve)), receiver_(std::make_unique<MainThreadHandoff>())
 {
 }
 

@@ -17,6 +17,8 @@
 // Numbers on these sockets are little-endian.
 namespace os {
 
+class MainThreadHandoff;
+
 // A connected socket, to be closed by the caller; -1 when nothing listens at
 // `path` or the path is too long for a socket address.
 int connect_unix_socket(const std::string& path);
@@ -51,13 +53,12 @@ public:
     bool run_on_main(const std::function<void()>& work);
 
 private:
-    class Receiver;
     void accept_loop();
     bool peer_is_us(int connection) const;
 
     std::string name_;
     Serve serve_;
-    std::unique_ptr<Receiver> receiver_;
+    std::unique_ptr<MainThreadHandoff> receiver_;
     std::string path_;
     int listen_fd_ = -1;
     std::atomic<bool> stopping_{false};
