@@ -24,9 +24,8 @@ constexpr std::uint32_t kGSMDataOffset = 60;
 constexpr std::int32_t kADPCMBits = 4;
 constexpr std::uint32_t kGSMBytesPerSecond = 1625;
 
-// Offsets in a RIFF header.
-constexpr std::size_t kRiffSizeAt = 4;
-constexpr std::size_t kChunkHeader = 8;
+using liba::kRiffChunkHeader;
+using liba::kRiffSizeAt;
 
 // Sample frames in an ADPCM block, as the header counts them; 0 for a
 // format that can't hold one.
@@ -71,7 +70,7 @@ template <class Info, class Data>
 bool FileWriterWAV<Info, Data>::read_header()
 {
     std::string bytes(info.data_offset, '\0');
-    if (info.data_offset < kChunkHeader + kRiffSizeAt || !file->seek(0) ||
+    if (info.data_offset < kRiffChunkHeader + kRiffSizeAt || !file->seek(0) ||
         file->read(bytes.data(), bytes.size()) != bytes.size())
         return false;
     return keep_header(std::move(bytes));
@@ -88,11 +87,11 @@ bool FileWriterWAV<Info, Data>::keep_header(std::string bytes)
     else if constexpr (std::is_same_v<Info, WAVInfoGSM>)
         at = 40;
     if (at != 0) {
-        while (at + kChunkHeader + 4 <= bytes.size() && std::memcmp(bytes.data() + at, "fact", 4) != 0)
-            at += kChunkHeader + liba::get_le32(bytes.data() + at + 4);
-        if (at + kChunkHeader + 4 > bytes.size())
+        auto not_fact = [&](std::size_t c) { return std::memcmp(bytes.data() + c, "fact", 4) != 0; };
+        at = liba::walk_riff_chunks(bytes, at, not_fact);
+        if (at + kRiffChunkHeader + 4 > bytes.size())
             return false;
-        fact_at = at + kChunkHeader;
+        fact_at = at + kRiffChunkHeader;
     }
     header = std::move(bytes);
     return true;

@@ -15,9 +15,8 @@ namespace {
 
 // The header and every chunk before the audio must lie within this.
 constexpr std::size_t kMostHeader = 65536;
-constexpr std::size_t kChunkHeader = 8;
+constexpr std::size_t kChunkHeader = liba::kRiffChunkHeader;
 constexpr std::size_t kRiffHeader = 12;
-constexpr std::size_t kRiffSizeAt = 4;
 constexpr std::size_t kBlockAlignInFmt = 12;
 constexpr std::size_t kSamplesPerBlockInFmt = 18;
 constexpr std::size_t kID3v1Size = 128;
@@ -42,7 +41,8 @@ bool find_layout(const std::string& head, Layout& l)
     if (head.size() < kRiffHeader || !is_tag(head.data(), "RIFF") || !is_tag(head.data() + 8, "WAVE"))
         return false;
     bool have_fmt = false;
-    for (std::size_t at = kRiffHeader; at + kChunkHeader <= head.size();) {
+    bool have_data = false;
+    liba::walk_riff_chunks(head, kRiffHeader, [&](std::size_t at) {
         const char* chunk = head.data() + at;
         const std::uint32_t size = liba::get_le32(chunk + 4);
         const std::size_t body = at + kChunkHeader;
@@ -50,7 +50,8 @@ bool find_layout(const std::string& head, Layout& l)
             l.data_size_at = at + 4;
             l.data_size = size;
             l.data_offset = static_cast<std::int64_t>(body);
-            return have_fmt && l.block_align != 0;
+            have_data = true;
+            return false;
         }
         if (is_tag(chunk, "fmt ") && body + kBlockAlignInFmt + 2 <= head.size()) {
             have_fmt = true;
@@ -61,9 +62,9 @@ bool find_layout(const std::string& head, Layout& l)
         }
         if (is_tag(chunk, "fact") && size >= 4 && body + 4 <= head.size())
             l.fact_at = body;
-        at = body + size;
-    }
-    return false;
+        return true;
+    });
+    return have_data && have_fmt && l.block_align != 0;
 }
 
 bool is_chunk_name(const char* name)
@@ -106,7 +107,7 @@ bool rewrite_header(os::File& file, std::string head, const Layout& l, std::uint
 {
     head.resize(static_cast<std::size_t>(l.data_offset));
     liba::put_le32(head.data() + l.data_size_at, whole);
-    liba::put_le32(head.data() + kRiffSizeAt, static_cast<std::uint32_t>(l.data_offset + whole - 8));
+    liba::put_le32(head.data() + liba::kRiffSizeAt, static_cast<std::uint32_t>(l.data_offset + whole - 8));
     if (l.fact_at != 0 && l.format_tag != kFormatTagPCM && l.samples_per_block != 0)
         liba::put_le32(head.data() + l.fact_at, whole / l.block_align * l.samples_per_block);
     return ::ftruncate(file.handle(), static_cast<off_t>(l.data_offset + whole)) == 0 &&

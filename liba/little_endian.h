@@ -39,4 +39,19 @@ inline void append_le32(std::string& bytes, std::uint32_t v)
     append_le16(bytes, v >> 16);
 }
 
+// A RIFF file's size word, and the header (tag, size word) before each chunk.
+constexpr std::size_t kRiffSizeAt = 4;
+constexpr std::size_t kRiffChunkHeader = 8;
+
+// Walks the RIFF chunks of `bytes` from `at` by their size words as they
+// stand, calling visit(offset of a chunk's header) for each header that lies
+// whole within `bytes` until visit returns false. Where the walk stopped.
+template <class Visit>
+std::size_t walk_riff_chunks(const std::string& bytes, std::size_t at, Visit visit)
+{
+    while (at + kRiffChunkHeader <= bytes.size() && visit(at))
+        at += kRiffChunkHeader + get_le32(bytes.data() + at + 4);
+    return at;
+}
+
 } // namespace liba
