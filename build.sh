@@ -20,7 +20,7 @@ PACKAGES=(
   sox libsox-fmt-all lame vorbis-tools musepack-tools ffmpeg espeak-ng hyperfine stress-ng librsvg2-bin zip madplay
   python3-mutagen gifsicle
   libsystemd-dev dbus playerctl
-  libxext-dev
+  libxext-dev x11-xserver-utils
   xvfb xdotool imagemagick x11-utils
 )
 
