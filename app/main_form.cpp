@@ -30,7 +30,8 @@ MainForm::MainForm(skinner::Properties& skin, Document& document)
       position_(this, L"pbPosition"), mode_(this, L"btnMode", 4), record_lamp_(this, L"checkRec"),
       play_lamp_(this, L"checkPlay"), stereo_(this, L"checkStereo"), speed_(this, L"frmSpeed"),
       vas_(this, L"checkVAS"), info_(this, L"frmInfo"), title_(this, L"frmTitle"), clock_(this, L"Clock"),
-      clock_mode_(this, L"btnClockMode")
+      clock_mode_(this, L"btnClockMode"), main_menu_(this, L"MainMenu"), file_menu_(this, L"File"),
+      mode_menu_(this, L"Mode")
 {
     show(false);
     // Display only: they show the Document's state and take no clicks.
@@ -41,6 +42,9 @@ MainForm::MainForm(skinner::Properties& skin, Document& document)
     show_state();
     show_position();
     volume_.set_position(document_.volume());
+    make_menu_bar();
+    assign_hardware_keys();
+    show_mode();
     update_position();
     invalidate_all();
 }

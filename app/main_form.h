@@ -4,9 +4,14 @@
 #include "app/main_form_controls.h"
 #include "skinner/control_button.h"
 #include "skinner/control_frame.h"
+#include "skinner/control_menu_main.h"
 #include "skinner/control_progress.h"
 #include "skinner/form.h"
+#include "skinner/hardware_keys.h"
+#include "skinner/menu_main_items.h"
+#include "skinner/menu_manager.h"
 
+#include <memory>
 #include <string>
 
 // The main window: the skin's "Main" with the transport buttons, the volume
@@ -30,6 +35,11 @@ public:
     int on_range_changed(skinner::Control* control, double value) override;
     void on_timer(int id, int user_data) override;
     void on_document_changed(const ChangeFlags& changes) override;
+    // The joystick's actions, then a key of its own for every command once
+    // the focused control and the form declined the key.
+    bool on_keydown(int key) override;
+    // The file menu: Settings, Help, About, Exit.
+    int on_collect_menu(skinner::MenuEntries* menu) override;
 
     // For tests and the status: what the window shows now.
     const ControlClock& clock() const { return clock_; }
@@ -45,6 +55,10 @@ public:
     const skinner::ControlProgress& volume_bar() const { return volume_; }
     const ControlFlash& play_lamp() const { return play_lamp_; }
     const ControlFlash& record_lamp() const { return record_lamp_; }
+    const skinner::MenuMainButton& mode_menu() const { return mode_menu_; }
+    // Null while the form stands on no screen.
+    skinner::HardwareKeysImpl* hardware_keys() const { return hardware_keys_.get(); }
+    skinner::MenuManagerImpl* menu_bar() const { return menu_bar_.get(); }
 
 private:
     // The commands (main_form_commands.cpp).
@@ -58,6 +72,16 @@ private:
     void show_position();
     // "16 bit"-like, empty when idle or unknown.
     std::wstring bits_text() const;
+    // Menus and hardware keys (main_form_menus.cpp).
+    void make_menu_bar();
+    void assign_hardware_keys();
+    void show_mode();
+    void show_settings();
+    void show_help();
+    void show_about();
+    void exit();
+    // Keys (main_form_keys.cpp): left, right, up, down and the action key.
+    bool on_joystick(int key);
 
     Document& document_;
     int timer_id_ = 0;
@@ -79,4 +103,9 @@ private:
     skinner::ControlFrame title_;
     ControlClock clock_;
     skinner::ControlButton clock_mode_;
+    skinner::ControlMenuMain main_menu_;
+    skinner::MenuMainSubMenu file_menu_;
+    skinner::MenuMainButton mode_menu_;
+    std::unique_ptr<skinner::HardwareKeysImpl> hardware_keys_;
+    std::unique_ptr<skinner::MenuManagerImpl> menu_bar_;
 };

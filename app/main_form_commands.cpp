@@ -59,9 +59,22 @@ int MainForm::on_command(const std::wstring& name)
         return 1;
     } else if (name == L"Mode") {
         document_.set_play_mode((document_.play_mode() + 1) % 5);
+        show_mode();
         ChangeFlags general;
         general.general = true;
         document_.notify_views(general);
+        return 1;
+    } else if (name == L"Settings") {
+        show_settings();
+        return 1;
+    } else if (name == L"Help") {
+        show_help();
+        return 1;
+    } else if (name == L"About") {
+        show_about();
+        return 1;
+    } else if (name == L"Exit") {
+        exit();
         return 1;
     } else {
         return Form::on_command(name);

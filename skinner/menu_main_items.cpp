@@ -22,7 +22,7 @@ ControlMenuMain* MenuMainEntry::menu() const
 
 void MenuMainEntry::read_skin()
 {
-    text_ = strip_mnemonics(get_translated(L"Text", id()));
+    text_ = strip_mnemonics(own_text_.empty() ? get_translated(L"Text", id()) : own_text_);
     icon_ = get_picture(L"Icon", Picture());
     order_ = get_integer(L"Order", 0);
 }
@@ -61,6 +61,14 @@ void MenuMainEntry::on_enable(bool)
 void MenuMainEntry::refresh()
 {
     Control::refresh();
+    read_skin();
+    if (ControlMenuMain* m = menu(); m && listed_)
+        m->changed();
+}
+
+void MenuMainEntry::set_text(const std::wstring& text)
+{
+    own_text_ = text;
     read_skin();
     if (ControlMenuMain* m = menu(); m && listed_)
         m->changed();

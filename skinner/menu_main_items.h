@@ -25,12 +25,17 @@ public:
     void on_show(bool visible) override;
     void on_enable(bool enabled) override;
     void refresh() override;
+    // A label of the owner's in place of the skin's, kept across a change of
+    // skin; an empty one gives the skin's back. The bar hears of it.
+    void set_text(const std::wstring& text);
+    const std::wstring& text() const { return text_; }
 
 private:
     ControlMenuMain* menu() const;
     void read_skin();
 
     std::wstring text_;
+    std::wstring own_text_;
     Picture icon_;
     int order_ = 0;
     bool listed_ = false;

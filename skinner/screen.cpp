@@ -336,8 +336,11 @@ void Screen::key_down(const SDL_Event& e)
         if (!w.empty() && w[0] >= 32)
             character = w[0];
     }
-    if (form)
-        form->impl().key_down(key_from_sdl(e.key.keysym.sym), character);
+    if (!form)
+        return;
+    delivered_key_ = e.key.keysym;
+    form->impl().key_down(key_from_sdl(e.key.keysym.sym), character);
+    delivered_key_ = SDL_Keysym{};
 }
 
 void Screen::handle_event(const SDL_Event& e)

@@ -61,6 +61,10 @@ public:
     // Sees each pressed key after the zoom keys and before any form; true
     // takes the key (and the character it typed) away from the forms.
     void set_key_filter(std::function<bool(SDL_Keycode)> filter) { key_filter_ = std::move(filter); }
+    // The key whose press a form is being told of, with the modifiers that
+    // came with it; SDLK_UNKNOWN outside that delivery. For keys the engine
+    // has no number for.
+    const SDL_Keysym& key_being_delivered() const { return delivered_key_; }
     // Sees every press of a mouse button or a key before anything else does,
     // and cannot take it: the press goes on as if unseen (display power).
     void set_press_watcher(std::function<void()> watcher) { press_watcher_ = std::move(watcher); }
@@ -110,6 +114,7 @@ private:
     int zoom_ = 1;
     std::function<void()> quit_handler_;
     std::function<bool(SDL_Keycode)> key_filter_;
+    SDL_Keysym delivered_key_{};
     std::function<void()> press_watcher_;
     SDL_Window* window_ = nullptr;
     SDL_Surface* surface_ = nullptr;

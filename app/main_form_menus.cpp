@@ -1,0 +1,119 @@
+#include "app/main_form.h"
+
+#include "dialogs/form_about.h"
+#include "os/log.h"
+#include "os/system.h"
+#include "skinner/form_message.h"
+#include "skinner/screen.h"
+#include "skinner/skin_choice.h"
+
+namespace {
+
+// The translation keys of the playback modes 0 to 4.
+constexpr const wchar_t* kModeNames[] = {L"PlaybackModeSingleFile", L"PlaybackModeSingleFileRepeat",
+                                         L"PlaybackModeAllFilesByOrder", L"PlaybackModeAllFilesRepeating",
+                                         L"PlaybackModeShuffle"};
+
+// Keys that no setting names keep a command of their own: the media keys
+// play, stop, step, seek and turn the volume.
+constexpr const wchar_t* kDefaultButtons[] = {L"Play",   L"Stop",    L"Prev",     L"Next",
+                                              L"Rewind", L"Forward", L"VolumeUp", L"VolumeDown"};
+
+constexpr const wchar_t* kFileMenu[] = {L"Settings", L"Help", L"About", L"Exit"};
+
+constexpr const wchar_t* kAboutTitle = L"Kelb Quillaphonics v1.8";
+
+} // namespace
+
+void MainForm::make_menu_bar()
+{
+    skinner::Screen* screen = skinner::Screen::instance();
+    if (!screen)
+        return;
+    hardware_keys_ = std::make_unique<skinner::HardwareKeysImpl>(*screen);
+    hardware_keys_->set_listener(this);
+    menu_bar_ = std::make_unique<skinner::MenuManagerImpl>(*screen, properties(), *this);
+}
+
+void MainForm::assign_hardware_keys()
+{
+    if (!hardware_keys_)
+        return;
+    const std::vector<std::wstring>& buttons = document_.settings().buttons;
+    for (int i = 0; i < hardware_keys_->key_count(); ++i) {
+        const std::wstring command = i < int(buttons.size()) ? buttons[size_t(i)] : std::wstring();
+        hardware_keys_->set_command(i, command);
+        // A key with no command is left to the forms.
+        hardware_keys_->assign(i, !command.empty());
+    }
+}
+
+int MainForm::on_collect_menu(skinner::MenuEntries* menu)
+{
+    if (menu->menu != file_menu_.id())
+        return Form::on_collect_menu(menu);
+    for (const wchar_t* id : kFileMenu) {
+        skinner::MenuRecord entry;
+        entry.id = id;
+        entry.receiver = this;
+        entry.text = properties().translate(id);
+        menu->items.push_back(std::move(entry));
+    }
+    return 1;
+}
+
+void MainForm::show_mode()
+{
+    const int mode = document_.play_mode();
+    const bool known = mode >= 0 && mode < int(std::size(kModeNames));
+    mode_menu_.set_text(known ? properties().translate(kModeNames[mode]) : std::wstring());
+    mode_menu_.set_enabled(true);
+}
+
+void MainForm::show_settings()
+{
+    Settings copy = document_.settings();
+    // The settings form is still to come: the user hears so, and the
+    // settings go through the same steps as after it, unchanged.
+    skinner::FormMessage(this, properties(), L"MessageOk", properties().translate(L"Settings"),
+                         properties().translate(L"SettingsFormMissing"))
+        .run();
+    document_.apply_settings(copy);
+    assign_hardware_keys();
+    show_mode();
+    document_.notify_views(ChangeFlags());
+}
+
+void MainForm::show_help()
+{
+    const std::wstring link = properties().get_form_string(name(), L"Help_link", std::wstring());
+    if (link.empty()) {
+        os::log() << "MainForm: the skin names no help\n";
+        return;
+    }
+    os::execute_file(L"%app_path%/" + link, std::wstring());
+}
+
+void MainForm::show_about()
+{
+    skinner::Screen* screen = skinner::Screen::instance();
+    std::wstring language;
+    document_.settings().language_file(language);
+    skinner::Properties skin(skinner::kSettingsSkinPath, screen ? screen->size() : size());
+    if (!skin.impl().is_valid() || skin.item_count(L"About") == 0) {
+        os::log() << "MainForm: the settings skin has no about box\n";
+        return;
+    }
+    if (!language.empty())
+        skin.load_language(language);
+    dialogs::FormAbout(this, skin, kAboutTitle, L"About").run();
+    ChangeFlags general;
+    general.general = true;
+    document_.notify_views(general);
+}
+
+void MainForm::exit()
+{
+    // The form's loop ends; whoever runs it stops a recording on the way out.
+    close();
+}
