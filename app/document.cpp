@@ -119,6 +119,19 @@ double Document::time_position() const
     return r ? r->get_time() : 0.0;
 }
 
+double Document::heard_time() const
+{
+    audio::FileReader* r = reader();
+    if (!r)
+        return 0.0;
+    // What the player holds is sound after the speed stages: each second of
+    // it took `rate` seconds of the item.
+    const PlayPath::SpeedPlan plan =
+        PlayPath::plan_speed(settings_.speed, settings_.pitch_lock, settings_.stretch_any_speed);
+    const double rate = plan.step * plan.stretch / plan.factor;
+    return std::max(0.0, r->get_time() - player_.queued_seconds() * rate);
+}
+
 double Document::remaining_time() const
 {
     if (is_recording())

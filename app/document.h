@@ -114,6 +114,9 @@ public:
     // Seconds into the current item, and seconds left; 0 when idle.
     double time_position() const;
     double remaining_time() const;
+    // Seconds into the current item as heard: the reader's time less what
+    // the player and the device still hold to sound. 0 when idle.
+    double heard_time() const;
     // "44 kHz"-like and "128 kbps"-like texts; empty when idle.
     std::wstring rate_text() const;
     std::wstring bitrate_text() const;
