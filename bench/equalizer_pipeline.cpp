@@ -5,20 +5,14 @@
 #include "audio/equalizer_pcm.h"
 #include "audio/file_reader_wav.h"
 #include "liba/text.h"
-
-#include <cstdio>
+#include "pcm_pipeline.h"
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s FILE.wav OUT.raw\n", argv[0]);
+    if (!bench::has_arguments(argc, argv, 2, "FILE.wav OUT.raw"))
         return 2;
-    }
     audio::FileReaderWAVPCM reader(liba::from_utf8(argv[1]));
     if (!reader.is_open())
-        return 1;
-    std::FILE* out = std::fopen(argv[2], "wb");
-    if (!out)
         return 1;
     // The same bands as the peers get: Hz, octaves, dB.
     const double bands[3][3] = {{100, 1, 4}, {1000, 1, -6}, {6000, 2, 3}};
@@ -31,19 +25,9 @@ int main(int argc, char** argv)
     audio::connect(reader, &eq[0]);
     audio::connect(eq[0], &eq[1]);
     audio::connect(eq[1], &eq[2]);
-    unsigned long long written = 0;
-    for (;;) {
-        audio::PCMData pcm;
-        eq[2].get_data(pcm, 16384);
-        if (pcm.empty())
-            break;
-        std::fwrite(pcm.bytes.data(), 1, pcm.bytes.size(), out);
-        written += pcm.bytes.size();
-    }
+    const int status = bench::write_pcm(argv[2], [&](audio::PCMData& pcm) { eq[2].get_data(pcm, 16384); });
     audio::connect(eq[1], nullptr);
     audio::connect(eq[0], nullptr);
     audio::connect(reader, nullptr);
-    std::fclose(out);
-    std::printf("%llu\n", written);
-    return 0;
+    return status;
 }

@@ -5,8 +5,8 @@
 #include "app/play_path.h"
 #include "audio/file_reader_wav.h"
 #include "liba/text.h"
+#include "pcm_pipeline.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,33 +26,18 @@ public:
 
 int main(int argc, char** argv)
 {
-    if (argc != 5) {
-        std::fprintf(stderr, "usage: %s FILE.wav OUT.raw SPEED keep|change|stretch\n", argv[0]);
+    if (!bench::has_arguments(argc, argv, 4, "FILE.wav OUT.raw SPEED keep|change|stretch"))
         return 2;
-    }
     audio::FileReaderWAVPCM reader(liba::from_utf8(argv[1]));
     if (!reader.is_open())
-        return 1;
-    std::FILE* out = std::fopen(argv[2], "wb");
-    if (!out)
         return 1;
     Sink sink;
     PlayPath path;
     path.attach(&sink);
     path.set_speed(std::atof(argv[3]), std::strcmp(argv[4], "change") != 0, std::strcmp(argv[4], "stretch") == 0);
     audio::connect(reader, &path.head());
-    unsigned long long written = 0;
-    for (;;) {
-        audio::PCMData pcm;
-        sink.pull(pcm);
-        if (pcm.empty())
-            break;
-        std::fwrite(pcm.bytes.data(), 1, pcm.bytes.size(), out);
-        written += pcm.bytes.size();
-    }
+    const int status = bench::write_pcm(argv[2], [&](audio::PCMData& pcm) { sink.pull(pcm); });
     path.attach(nullptr);
     audio::connect(reader, nullptr);
-    std::fclose(out);
-    std::printf("%llu\n", written);
-    return 0;
+    return status;
 }
