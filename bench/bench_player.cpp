@@ -19,15 +19,12 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace fs = std::filesystem;
 
@@ -47,38 +44,6 @@ double now()
     return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
 }
 
-// A fresh home, config, data and runtime folder for the programs we start.
-bool use_private_home(const fs::path& root)
-{
-    const std::pair<const char*, const char*> vars[] = {
-        {"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"}, {"XDG_RUNTIME_DIR", "runtime"}};
-    std::error_code ec;
-    for (const auto& [name, folder] : vars) {
-        fs::create_directories(root / folder, ec);
-        if (ec)
-            return false;
-        setenv(name, (root / folder).c_str(), 1);
-    }
-    return chmod((root / "runtime").c_str(), 0700) == 0;
-}
-
-// Starts `argv` with its standard streams on /dev/null; -1 when it can't.
-pid_t spawn_quiet(const std::vector<std::string>& argv)
-{
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (int fd = 0; fd <= 2; ++fd)
-        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == 0 ? O_RDONLY : O_WRONLY, 0);
-    std::vector<char*> args;
-    for (const auto& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    pid_t pid = -1;
-    int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return rc == 0 ? pid : -1;
-}
-
 // Seconds from the start of `argv` until a byte that is not 0 comes out of
 // `fifo`, where the disk driver writes; -1 when none comes in time. The
 // program is ended with SIGTERM afterwards.
@@ -90,7 +55,7 @@ double first_sound(const std::vector<std::string>& argv, const fs::path& fifo)
     if (fd < 0)
         return -1.0;
     const double start = now();
-    pid_t pid = spawn_quiet(argv);
+    pid_t pid = bench::spawn_quiet(argv);
     double found = -1.0;
     char buf[65536];
     while (pid > 0 && found < 0.0 && now() - start < kGiveUpSeconds) {
@@ -209,7 +174,7 @@ int main()
         return 1;
     const fs::path scratch = scratch_template;
     const fs::path fifo = scratch / "device.fifo";
-    if (!use_private_home(scratch) || mkfifo(fifo.c_str(), 0600) != 0) {
+    if (!bench::use_private_home(scratch) || mkfifo(fifo.c_str(), 0600) != 0) {
         std::fprintf(stderr, "bench_player: can't prepare %s\n", scratch.c_str());
         return 1;
     }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -153,6 +155,50 @@ bool on_path(const char* program)
 {
     std::string cmd = std::string("command -v ") + program + " >/dev/null 2>&1";
     return std::system(cmd.c_str()) == 0;
+}
+
+std::vector<std::string> ffmpeg_filter(const std::filesystem::path& input, const std::string& filter)
+{
+    return {"ffmpeg", "-nostdin", "-loglevel", "error", "-filter_threads", "1", "-i", input.string(),
+            "-af", filter, "-f", "s16le", "-y", "/dev/null"};
+}
+
+std::filesystem::path long_pcm(const char* bench)
+{
+    const std::filesystem::path wav = here() / "bench_media" / "pcm_10min_44100_stereo.wav";
+    if (!make_once(wav, "sox -V1 -n -r 44100 -c 2 -b 16 \"$0\" synth 600 sine 100-8000 pinknoise gain -12", bench))
+        return {};
+    return wav;
+}
+
+bool use_private_home(const std::filesystem::path& root)
+{
+    const std::pair<const char*, const char*> vars[] = {
+        {"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"}, {"XDG_RUNTIME_DIR", "runtime"}};
+    std::error_code ec;
+    for (const auto& [name, folder] : vars) {
+        std::filesystem::create_directories(root / folder, ec);
+        if (ec)
+            return false;
+        setenv(name, (root / folder).c_str(), 1);
+    }
+    return chmod((root / "runtime").c_str(), 0700) == 0;
+}
+
+int spawn_quiet(const std::vector<std::string>& argv)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (int fd = 0; fd <= 2; ++fd)
+        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == 0 ? O_RDONLY : O_WRONLY, 0);
+    std::vector<char*> args;
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    pid_t pid = -1;
+    int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return rc == 0 ? pid : -1;
 }
 
 } // namespace bench

@@ -47,4 +47,21 @@ bool make_once(const std::filesystem::path& file, const std::string& make, const
 
 bool on_path(const char* program);
 
+// ffmpeg on one filter thread running `filter` over `input`, writing raw
+// 16-bit PCM to /dev/null.
+std::vector<std::string> ffmpeg_filter(const std::filesystem::path& input, const std::string& filter);
+// Ten minutes of 44.1 kHz stereo sweep and noise, made by sox at the first
+// run into the bench media; empty, with a line naming `bench`, when it could
+// not be made.
+std::filesystem::path long_pcm(const char* bench);
+
+// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME and XDG_RUNTIME_DIR at fresh
+// folders below `root`, so a program we start never asks a running instance
+// of the user's to act and never touches the user's settings.
+bool use_private_home(const std::filesystem::path& root);
+
+// Starts `argv` (searched on PATH) with its standard streams on /dev/null;
+// its process id, or -1 when it can't.
+int spawn_quiet(const std::vector<std::string>& argv);
+
 } // namespace bench
