@@ -30,15 +30,16 @@ MainForm::MainForm(skinner::Properties& skin, Document& document)
       position_(this, L"pbPosition"), mode_(this, L"btnMode", 4), record_lamp_(this, L"checkRec"),
       play_lamp_(this, L"checkPlay"), stereo_(this, L"checkStereo"), speed_(this, L"frmSpeed"),
       vas_(this, L"checkVAS"), info_(this, L"frmInfo"), title_(this, L"frmTitle"), clock_(this, L"Clock"),
-      clock_mode_(this, L"btnClockMode"), main_menu_(this, L"MainMenu"), file_menu_(this, L"File"),
+      clock_mode_(this, L"btnClockMode"), explorer_(this, document), levels_(this, document),
+      equalizer_(this, document), more_(this, document), main_menu_(this, L"MainMenu"), file_menu_(this, L"File"),
       mode_menu_(this, L"Mode")
 {
     show(false);
     // Display only: they show the Document's state and take no clicks.
     vas_.set_enabled(false);
-    speed_.set_enabled(false);
     stereo_.set_enabled(false);
     timer_id_ = set_timer(kTickSeconds);
+    show_panel();
     show_state();
     show_position();
     volume_.set_position(document_.volume());
@@ -76,16 +77,14 @@ void MainForm::show_state()
     record_lamp_.set_flashing(recording);
     audio::FileReader* reader = document_.reader();
     stereo_.set_checked(reader && reader->get_channels() == 2);
-    wchar_t speed[16];
-    std::swprintf(speed, 16, L"x%.1f", static_cast<int>((document_.speed() + 0.05) * 10) / 10.0);
-    speed_.set_text(speed);
+    speed_.set_speed(document_.speed());
     stop_.set_enabled(playing || recording);
     new_mark_.set_enabled(playing || recording);
     previous_.set_enabled(playing && document_.play_order().position > 0);
     next_.set_enabled(document_.play_order().has_next());
-    play_.set_enabled(playing || document_.item_count() > 0);
+    play_.set_enabled(playing || explorer_.can_play() || document_.item_count() > 0);
     play_.set_state(playing && !paused ? 1 : 0);
-    record_.set_enabled(true);
+    record_.set_enabled(recording || explorer_.can_record());
     record_.set_state(recording && !paused ? 1 : 0);
 }
 

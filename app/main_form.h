@@ -2,6 +2,10 @@
 
 #include "app/document.h"
 #include "app/main_form_controls.h"
+#include "app/panel_equalizer.h"
+#include "app/panel_file_explorer.h"
+#include "app/panel_levels.h"
+#include "app/panel_more_controls.h"
 #include "skinner/control_button.h"
 #include "skinner/control_frame.h"
 #include "skinner/control_menu_main.h"
@@ -55,6 +59,15 @@ public:
     const skinner::ControlProgress& volume_bar() const { return volume_; }
     const ControlFlash& play_lamp() const { return play_lamp_; }
     const ControlFlash& record_lamp() const { return record_lamp_; }
+    const ControlSpeed& speed_line() const { return speed_; }
+    const skinner::ControlButtonMultistate& panel_button() const { return mode_; }
+    // The panels that "btnMode" switches between, in its order.
+    static constexpr int kPanels = 4;
+    const skinner::ControlPanel& panel(int index) const;
+    PanelFileExplorer& explorer() { return explorer_; }
+    PanelLevels& levels_panel() { return levels_; }
+    PanelEqualizer& equalizer_panel() { return equalizer_; }
+    PanelMoreControls& more_panel() { return more_; }
     const skinner::MenuMainButton& mode_menu() const { return mode_menu_; }
     // Null while the form stands on no screen.
     skinner::HardwareKeysImpl* hardware_keys() const { return hardware_keys_.get(); }
@@ -65,6 +78,8 @@ private:
     void play(bool stop_when_playing);
     void record(bool stop_when_recording);
     void change_volume(double delta);
+    // Shows the panel that "btnMode" stands on and hides the others.
+    void show_panel();
     // The tick's own work (main_form.cpp).
     void on_tick();
     void check_recording();
@@ -97,12 +112,16 @@ private:
     ControlFlash record_lamp_;
     ControlFlash play_lamp_;
     skinner::ControlCheckBox stereo_;
-    skinner::ControlFrame speed_;
+    ControlSpeed speed_;
     skinner::ControlCheckBox vas_;
     skinner::ControlFrame info_;
     skinner::ControlFrame title_;
     ControlClock clock_;
     skinner::ControlButton clock_mode_;
+    PanelFileExplorer explorer_;
+    PanelLevels levels_;
+    PanelEqualizer equalizer_;
+    PanelMoreControls more_;
     skinner::ControlMenuMain main_menu_;
     skinner::MenuMainSubMenu file_menu_;
     skinner::MenuMainButton mode_menu_;

@@ -57,6 +57,12 @@ int MainForm::on_command(const std::wstring& name)
     } else if (name == L"ClockMode") {
         clock_.toggle_mode();
         return 1;
+    } else if (name == L"Panel") {
+        show_panel();
+        ChangeFlags general;
+        general.general = true;
+        document_.notify_views(general);
+        return 1;
     } else if (name == L"Mode") {
         document_.set_play_mode((document_.play_mode() + 1) % 5);
         show_mode();
@@ -85,9 +91,11 @@ int MainForm::on_command(const std::wstring& name)
 
 void MainForm::play(bool stop_when_playing)
 {
-    if (!document_.is_playing())
-        document_.play_current();
-    else if (stop_when_playing)
+    if (!document_.is_playing()) {
+        // The explorer's file first; without one, the list the Document holds.
+        if (!explorer_.play())
+            document_.play_current();
+    } else if (stop_when_playing)
         document_.stop(nullptr);
     else if (document_.is_paused())
         document_.resume();
@@ -97,9 +105,10 @@ void MainForm::play(bool stop_when_playing)
 
 void MainForm::record(bool stop_when_recording)
 {
-    // The folder the file explorer shows, as the settings keep it.
+    // Into the folder the file explorer shows; the Document asks for the
+    // new file to be selected when it ends.
     if (!document_.is_recording())
-        document_.record(document_.settings().explorer_folder);
+        document_.record(explorer_.folder());
     else if (stop_when_recording)
         document_.stop(nullptr);
     else if (document_.is_paused())

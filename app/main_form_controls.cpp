@@ -1,5 +1,7 @@
 #include "app/main_form_controls.h"
 
+#include "skinner/form.h"
+
 #include <cmath>
 #include <cstdio>
 
@@ -70,4 +72,49 @@ void ControlClock::show()
     const std::wstring text = format(remaining_mode_ ? remaining_ : elapsed_);
     if (text != lcd_->text())
         lcd_->set_text(text);
+}
+
+ControlSpeed::ControlSpeed(skinner::Container* container, const std::wstring& name) : Control(container, name)
+{
+    read_speed_properties();
+}
+
+void ControlSpeed::read_speed_properties()
+{
+    font_ = get_font(L"Normal", font_);
+    normal_ = get_color(L"Normal", normal_);
+    highlighted_ = get_color(L"Highlighted", normal_);
+    h_alignment_ = skinner::kAlignCenter;
+    skinner::parse_h_alignment(get_string(L"HAlignment", L"CENTER"), h_alignment_);
+}
+
+void ControlSpeed::refresh()
+{
+    Control::refresh();
+    read_speed_properties();
+    invalidate();
+}
+
+std::wstring ControlSpeed::format(double speed)
+{
+    wchar_t text[16];
+    std::swprintf(text, 16, L"x%.1f", static_cast<int>((speed + 0.05) * 10) / 10.0);
+    return text;
+}
+
+void ControlSpeed::set_speed(double speed)
+{
+    if (speed == speed_)
+        return;
+    speed_ = speed;
+    text_ = format(speed);
+    invalidate();
+}
+
+void ControlSpeed::paint(skinner::Canvas& canvas, skinner::Point clip_position, skinner::Point clip_size)
+{
+    const skinner::Font& f = font_.is_empty() && form() ? form()->default_font() : font_;
+    f.draw_text(canvas, highlighted() ? highlighted_ : normal_, text_, position(), size(), h_alignment_,
+                skinner::kAlignVCenter);
+    Control::paint(canvas, clip_position, clip_size);
 }

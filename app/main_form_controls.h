@@ -3,6 +3,7 @@
 #include "skinner/control_lcd.h"
 #include "skinner/control_panel.h"
 #include "skinner/control_picture.h"
+#include "skinner/font.h"
 
 #include <chrono>
 #include <memory>
@@ -54,4 +55,31 @@ private:
     double elapsed_ = 0.0;
     double remaining_ = 0.0;
     bool remaining_mode_ = false;
+};
+
+// The speed: "x" and the factor to one decimal, rounded at .05 and cut, in
+// the skin's "Highlighted" colour whenever the speed isn't exactly normal
+// ("Normal" colour). Reads "Normal" (font and colour), "Highlighted" and
+// "HAlignment". The speed is a factor.
+class ControlSpeed : public skinner::Control {
+public:
+    ControlSpeed(skinner::Container* container, const std::wstring& name);
+    void set_speed(double speed);
+    const std::wstring& text() const { return text_; }
+    bool highlighted() const { return speed_ != 1.0; }
+    // "x1.0"-like text for `speed`.
+    static std::wstring format(double speed);
+
+    void paint(skinner::Canvas& canvas, skinner::Point clip_position, skinner::Point clip_size) override;
+    void refresh() override;
+
+private:
+    void read_speed_properties();
+
+    skinner::Font font_;
+    skinner::Color normal_;
+    skinner::Color highlighted_;
+    int h_alignment_ = skinner::kAlignCenter;
+    double speed_ = 1.0;
+    std::wstring text_ = format(1.0);
 };
