@@ -7,10 +7,18 @@ PanelFileExplorer::PanelFileExplorer(skinner::Container* container, Document& do
     : PanelView(container, L"PanelFileExplorer", document), folder_line_(&inner(), L"cmbFolder")
 {
     settings_folder_ = document_.settings().explorer_folder;
-    select(settings_folder_);
+    go_to(settings_folder_);
 }
 
 void PanelFileExplorer::select(const std::wstring& path)
+{
+    go_to(path);
+    ChangeFlags state;
+    state.state = true;
+    changed(state);
+}
+
+void PanelFileExplorer::go_to(const std::wstring& path)
 {
     const std::wstring normal = path.empty() ? path : os::normalize_path(path);
     const os::FileAttributes at(normal);
@@ -39,10 +47,18 @@ bool PanelFileExplorer::play()
 
 void PanelFileExplorer::on_document_changed(const ChangeFlags& changes)
 {
+    const bool could_play = can_play();
+    const bool could_record = can_record();
     if (document_.settings().explorer_folder != settings_folder_) {
         settings_folder_ = document_.settings().explorer_folder;
-        select(settings_folder_);
+        go_to(settings_folder_);
     }
     if (!changes.select_path.empty())
-        select(changes.select_path);
+        go_to(changes.select_path);
+    // The views told before this one showed the buttons for the old item.
+    if (can_play() != could_play || can_record() != could_record) {
+        ChangeFlags state;
+        state.state = true;
+        changed(state);
+    }
 }

@@ -17,7 +17,7 @@ public:
     PanelFileExplorer(skinner::Container* container, Document& document);
 
     // A file: its folder becomes the panel's, and it the current item. A
-    // folder: the panel's folder, with no current item.
+    // folder: the panel's folder, with no current item. The views hear of it.
     void select(const std::wstring& path);
     const std::wstring& folder() const { return folder_; }
     // Empty when there is none.
@@ -33,6 +33,9 @@ public:
     const skinner::ControlFrame& folder_line() const { return folder_line_; }
 
 private:
+    // select() without telling anyone.
+    void go_to(const std::wstring& path);
+
     skinner::ControlFrame folder_line_;
     // The settings' folder as last seen, to notice a change.
     std::wstring settings_folder_;
