@@ -66,18 +66,7 @@ std::string decode_file(FileReaderWAVADPCM& r, int n)
 {
     DecoderADPCM d;
     audio::connect(r, &d);
-    std::string all;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        PCMData rec;
-        d.get_data(rec, n);
-        if (rec.empty())
-            break;
-        EXPECT_EQ(rec.bits, 16);
-        EXPECT_EQ(rec.channels, r.get_channels());
-        EXPECT_EQ(rec.rate, r.get_rate());
-        EXPECT_LE(rec.sample_count(), static_cast<std::size_t>(n));
-        all += bytes_of(rec.bytes);
-    }
+    std::string all = audio_test::drain_pcm(d, n, r.get_channels(), r.get_rate());
     audio::connect(r, nullptr);
     return all;
 }
@@ -89,27 +78,10 @@ std::string decode_file(const fs::path& f, int n = 16384)
     return decode_file(r, n);
 }
 
-// Decodes records pushed at it.
 std::string decode_pushed(const std::vector<ADPCMData>& blocks)
 {
     DecoderADPCM d;
-    Sink<PCMData> sink;
-    audio::connect(d, &sink);
-    for (const ADPCMData& b : blocks)
-        d.on_data(b);
-    audio::connect(d, nullptr);
-    return sink.all_bytes();
-}
-
-double snr_db(const std::string& ref, const std::string& got)
-{
-    double signal = 0, noise = 0;
-    for (std::size_t i = 0; i < std::min(ref.size(), got.size()) / 2; ++i) {
-        double x = sample_at(ref, i), y = sample_at(got, i);
-        signal += x * x;
-        noise += (x - y) * (x - y);
-    }
-    return noise == 0 ? 999.0 : 10 * std::log10(signal / noise);
+    return audio_test::all_bytes(audio_test::push_through<PCMData>(d, blocks));
 }
 
 // Writes encoded blocks as the recorder's writer does.
@@ -124,13 +96,7 @@ void write_wav(const fs::path& f, const std::vector<ADPCMData>& blocks)
 std::vector<ADPCMData> encode(const audio_test::Reference& ref, std::size_t frames_per_record)
 {
     EncoderADPCM e;
-    Sink<ADPCMData> sink;
-    audio::connect(e, &sink);
-    const std::size_t step = frames_per_record * static_cast<std::size_t>(ref.channels) * 2;
-    for (std::size_t at = 0; at < ref.bytes.size(); at += step)
-        e.on_data(audio_test::pcm_of(ref, at, step));
-    audio::connect(e, nullptr);
-    return sink.records;
+    return audio_test::push_through<ADPCMData>(e, audio_test::cut_records(ref, frames_per_record));
 }
 
 } // namespace
@@ -302,12 +268,12 @@ TEST(EncoderADPCM, WritesFilesSoxDecodesAsWeDo)
         EXPECT_TRUE(sox16(f) == ours);
         EXPECT_TRUE(decode_pushed(blocks) == ours);
 
-        const double our_snr = snr_db(ref.bytes, ours);
+        const double our_snr = audio_test::snr_db(ref.bytes, ours);
         std::string report = std::string(c.source) + ": ours " + std::to_string(our_snr) + " dB";
         EXPECT_GT(our_snr, 10.0);
         if (c.sox_coded) {
             const fs::path theirs = one_media(c.sox_coded);
-            const double sox_snr = snr_db(ref.bytes, sox16(theirs, ours.size() / (2 * ref.channels)));
+            const double sox_snr = audio_test::snr_db(ref.bytes, sox16(theirs, ours.size() / (2 * ref.channels)));
             report += ", sox " + std::to_string(sox_snr) + " dB";
         }
         std::cout << "[ SNR      ] " << report << "\n";
@@ -370,21 +336,13 @@ TEST(EncoderADPCM, HeadersHoldTheFirstFramesAndTheBestCommonPredictor)
 // losing the short tail are BlockEncoder's, tested in block_codec_test.
 TEST(EncoderADPCM, RefusesWhatItCannotCodeAndCountsItsBitRate)
 {
+    auto whole = [](const char* name) { return audio_test::cut_records(audio_test::sox_reference(name), 1u << 30); };
     for (const char* refused : {"pcm_u8_mono_22050.wav", "pcm_s16_3ch_8000.wav"}) {
-        const audio_test::Reference ref = audio_test::sox_reference(refused);
         EncoderADPCM e;
-        Sink<ADPCMData> sink;
-        audio::connect(e, &sink);
-        e.on_data(audio_test::pcm_of(ref, 0, ref.bytes.size()));
-        EXPECT_TRUE(sink.records.empty()) << refused;
+        EXPECT_TRUE(audio_test::push_through<ADPCMData>(e, whole(refused)).empty()) << refused;
         EXPECT_EQ(e.get_bitrate(), 0) << refused;
-        audio::connect(e, nullptr);
     }
-    const audio_test::Reference mono = audio_test::sox_reference("pcm_s16_speech_16000.wav");
     EncoderADPCM e;
-    Sink<ADPCMData> sink;
-    audio::connect(e, &sink);
-    e.on_data(audio_test::pcm_of(mono, 0, mono.bytes.size()));
+    audio_test::push_through<ADPCMData>(e, whole("pcm_s16_speech_16000.wav"));
     EXPECT_EQ(e.get_bitrate(), 16000 * 256 * 8 / 500);
-    audio::connect(e, nullptr);
 }

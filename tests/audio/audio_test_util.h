@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 // Helpers of the audio stage tests: real PCM made by sox, a source that hands
@@ -64,6 +65,14 @@ inline double snr_db(const std::vector<std::int16_t>& ours, const std::vector<st
     return noise == 0 ? 999 : 10 * std::log10(signal / noise);
 }
 
+// The same over raw 16-bit little-endian samples, as far as both reach.
+inline double snr_db(const std::string& ref, const std::string& got)
+{
+    std::vector<std::int16_t> r = samples_of(ref), g = samples_of(got);
+    g.resize(std::min(r.size(), g.size()));
+    return snr_db(g, r);
+}
+
 // Raw samples and format of a WAV made at build time, as sox reads them.
 struct Reference {
     std::string bytes;
@@ -72,24 +81,26 @@ struct Reference {
     int rate = 0;
 };
 
+inline Reference sox_file(const std::filesystem::path& f)
+{
+    Reference ref;
+    ref.channels = test::soxi_int(f, "-c");
+    ref.bits = test::soxi_int(f, "-b");
+    ref.rate = test::soxi_int(f, "-r");
+    // Samples exactly as stored: little-endian, 8-bit unsigned, 16-bit signed.
+    std::string enc = ref.bits == 8 ? "-e unsigned-integer" : "-e signed-integer";
+    EXPECT_EQ(test::run("sox " + test::quote(f.string()) + " -t raw -L " + enc + " -", &ref.bytes), 0) << f;
+    return ref;
+}
+
+// The same for the one media file that `pattern` names.
 inline Reference sox_reference(const std::string& pattern)
 {
     auto files = test::media(pattern);
     EXPECT_EQ(files.size(), 1u) << pattern;
-    Reference ref;
     if (files.empty())
-        return ref;
-    const std::string f = "'" + files[0].string() + "'";
-    std::string info;
-    EXPECT_EQ(test::run("soxi -c " + f, &info), 0);
-    ref.channels = std::stoi(info);
-    EXPECT_EQ(test::run("soxi -b " + f, &info), 0);
-    ref.bits = std::stoi(info);
-    EXPECT_EQ(test::run("soxi -r " + f, &info), 0);
-    ref.rate = std::stoi(info);
-    // Samples exactly as stored: little-endian, 8-bit unsigned, 16-bit signed.
-    std::string enc = ref.bits == 8 ? "-e unsigned-integer" : "-e signed-integer";
-    EXPECT_EQ(test::run("sox " + f + " -t raw -L " + enc + " -", &ref.bytes), 0);
+        return {};
+    Reference ref = sox_file(files[0]);
     EXPECT_FALSE(ref.bytes.empty());
     return ref;
 }
@@ -134,7 +145,8 @@ std::string pull(Source& d, std::size_t frames, int request = 4096)
 }
 
 // Every byte `stage` gives, pulled `request` at a time until an empty record
-// (a stage that never ends fails the test).
+// (a stage that never ends fails the test); no record of samples may hold
+// more than was asked for.
 template <class Record>
 std::string drain(audio::Provider<Record>& stage, int request = 16384)
 {
@@ -144,6 +156,28 @@ std::string drain(audio::Provider<Record>& stage, int request = 16384)
         stage.get_data(r, request);
         if (r.empty())
             return all;
+        if constexpr (std::is_same_v<Record, audio::PCMData>) {
+            EXPECT_LE(r.sample_count(), std::size_t(request));
+        }
+        all += bytes_of(r.bytes);
+    }
+    ADD_FAILURE() << "the stage never ended";
+    return all;
+}
+
+// drain for a decoder whose records must all be 16-bit, `channels` × `rate`.
+inline std::string drain_pcm(audio::Provider<audio::PCMData>& stage, int request, int channels, int rate)
+{
+    std::string all;
+    for (int guard = 0; guard < 1000000; ++guard) {
+        audio::PCMData r;
+        stage.get_data(r, request);
+        if (r.empty())
+            return all;
+        EXPECT_EQ(r.bits, 16);
+        EXPECT_EQ(r.channels, channels);
+        EXPECT_EQ(r.rate, rate);
+        EXPECT_LE(r.sample_count(), std::size_t(request));
         all += bytes_of(r.bytes);
     }
     ADD_FAILURE() << "the stage never ended";
@@ -183,5 +217,36 @@ public:
     }
     std::vector<T> records;
 };
+
+// What `stage` pushes on for the records pushed at it.
+template <class Out, class Stage, class In>
+std::vector<Out> push_through(Stage& stage, const std::vector<In>& records)
+{
+    Sink<Out> sink;
+    audio::connect(stage, &sink);
+    for (const In& r : records)
+        stage.on_data(r);
+    audio::connect(stage, nullptr);
+    return sink.records;
+}
+
+// `ref` cut into records of `frames` sample frames.
+inline std::vector<audio::PCMData> cut_records(const Reference& ref, std::size_t frames)
+{
+    const std::size_t step = frames * std::size_t(ref.channels) * std::size_t((ref.bits + 7) / 8);
+    std::vector<audio::PCMData> out;
+    for (std::size_t at = 0; at < ref.bytes.size(); at += step)
+        out.push_back(pcm_of(ref, at, step));
+    return out;
+}
+
+template <class T>
+std::string all_bytes(const std::vector<T>& records)
+{
+    std::string s;
+    for (const auto& r : records)
+        s += bytes_of(r.bytes);
+    return s;
+}
 
 } // namespace audio_test

@@ -30,21 +30,8 @@ using test::wide;
 
 namespace {
 
-std::string soxi(const fs::path& f, const std::string& option)
-{
-    std::string out;
-    EXPECT_EQ(test::run("soxi " + option + " '" + f.string() + "'", &out), 0) << f;
-    return out;
-}
-
 // The samples as sox reads them, in the width the file stores them.
-std::string sox_samples(const fs::path& f)
-{
-    std::string enc = soxi(f, "-b") == "8\n" ? "-e unsigned-integer -b 8" : "-e signed-integer -b 16";
-    std::string out;
-    EXPECT_EQ(test::run("sox '" + f.string() + "' -t raw -L " + enc + " -", &out), 0) << f;
-    return out;
-}
+std::string sox_samples(const fs::path& f) { return audio_test::sox_file(f).bytes; }
 
 void put_u16(std::string& s, std::size_t at, std::uint32_t v)
 {
@@ -98,23 +85,6 @@ std::size_t index_of(const std::vector<Chunk>& chunks, const std::string& tag)
     return 0;
 }
 
-std::string read_all(FileReaderWAVPCM& r, int n, int* records = nullptr)
-{
-    std::string all;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        PCMData rec;
-        r.get_data(rec, n);
-        if (rec.empty())
-            return all;
-        EXPECT_LE(rec.sample_count(), static_cast<std::size_t>(n));
-        all += bytes_of(rec.bytes);
-        if (records)
-            ++*records;
-    }
-    ADD_FAILURE() << "reader never ended";
-    return all;
-}
-
 // Everything a closed reader answers.
 template <class Reader>
 void expect_closed(Reader& r, const std::string& what)
@@ -157,22 +127,19 @@ TEST(WavReaderPCM, ReadsEverySoxFileAsSoxDoes)
     ASSERT_GE(files.size(), 10u);
     for (const auto& f : files) {
         SCOPED_TRACE(f.filename().string());
-        const std::string ref = sox_samples(f);
-        const int channels = std::stoi(soxi(f, "-c"));
-        const int bits = std::stoi(soxi(f, "-b"));
-        const int rate = std::stoi(soxi(f, "-r"));
+        const audio_test::Reference sox = audio_test::sox_file(f);
+        const std::string& ref = sox.bytes;
         FileReaderWAVPCM r(wide(f));
         ASSERT_TRUE(r.is_open());
-        EXPECT_EQ(r.get_channels(), channels);
-        EXPECT_EQ(r.get_bits(), bits);
-        EXPECT_EQ(r.get_rate(), rate);
-        EXPECT_EQ(r.get_bitrate(), channels * bits * rate);
+        EXPECT_EQ(r.get_channels(), sox.channels);
+        EXPECT_EQ(r.get_bits(), sox.bits);
+        EXPECT_EQ(r.get_rate(), sox.rate);
+        EXPECT_EQ(r.get_bitrate(), sox.channels * sox.bits * sox.rate);
         EXPECT_EQ(r.get_length(), static_cast<std::int32_t>(ref.size()));
-        const double samples = std::stod(soxi(f, "-s"));
-        EXPECT_DOUBLE_EQ(r.get_duration(), samples / rate);
+        EXPECT_DOUBLE_EQ(r.get_duration(), test::soxi_int(f, "-s") / double(sox.rate));
         EXPECT_FALSE(r.is_eof());
         // Requests of several sizes, one of them a single frame.
-        std::string got = read_all(r, 16384);
+        std::string got = audio_test::drain(r, 16384);
         EXPECT_EQ(got, ref);
         EXPECT_TRUE(r.is_eof());
         r.set_position(0);
@@ -186,7 +153,7 @@ TEST(WavReaderPCM, ReadsEverySoxFileAsSoxDoes)
         EXPECT_EQ(single, ref.substr(0, single.size()));
         EXPECT_EQ(single.size(), 1000u * r.get_wav_info().block_align);
         r.set_position(0);
-        EXPECT_EQ(read_all(r, 777), ref);
+        EXPECT_EQ(audio_test::drain(r, 777), ref);
     }
 }
 
@@ -313,7 +280,7 @@ TEST(WavReader, SkipsEvenChunksBetweenFmtAndData)
         FileReaderWAVPCM r(wide(f));
         ASSERT_TRUE(r.is_open());
         EXPECT_EQ(r.get_length(), static_cast<std::int32_t>(ref.size()));
-        EXPECT_EQ(read_all(r, 4096), ref);
+        EXPECT_EQ(audio_test::drain(r, 4096), ref);
         EXPECT_EQ(sox_samples(f), ref);
     }
 }
@@ -491,9 +458,7 @@ TEST(WavReader, ShortFilesPlayToTheLastWholeRequestOrBlock)
     FileReaderWAVPCM r(wide(dir / "cut.wav"));
     ASSERT_TRUE(r.is_open());
     EXPECT_EQ(r.get_length(), static_cast<std::int32_t>(ref.size()));
-    int records = 0;
-    EXPECT_EQ(read_all(r, 1000, &records), ref.substr(0, 10 * 2000));
-    EXPECT_EQ(records, 10);
+    EXPECT_EQ(audio_test::drain(r, 1000), ref.substr(0, 10 * 2000));
     PCMData rec;
     r.get_data(rec, 1);
     EXPECT_TRUE(rec.empty());
