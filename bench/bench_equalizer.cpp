@@ -20,10 +20,8 @@ constexpr int kRounds = 5;
 
 int main()
 {
-    const fs::path here = bench::here();
-    const fs::path wav = here / "bench_media" / "pcm_10min_44100_stereo.wav";
-    if (!bench::make_once(wav, "sox -V1 -n -r 44100 -c 2 -b 16 \"$0\" synth 600 sine 100-8000 pinknoise gain -12",
-                          "bench_equalizer"))
+    const fs::path wav = bench::long_pcm("bench_equalizer");
+    if (wav.empty())
         return 1;
     // Hz, octaves, dB of the three bands, as equalizer_pipeline sets them.
     const std::vector<std::string> sox_bands = {"equalizer", "100", "1o", "4", "equalizer", "1000", "1o", "-6",
@@ -31,9 +29,8 @@ int main()
     const std::string ffmpeg_bands = "equalizer=f=100:t=o:w=1:g=4,equalizer=f=1000:t=o:w=1:g=-6,"
                                      "equalizer=f=6000:t=o:w=2:g=3";
     std::vector<bench::Contender> contenders = {
-        {"3 x EqualizerPCM", {(here / "equalizer_pipeline").string(), wav.string(), "/dev/null"}},
-        {"ffmpeg, 3 x equalizer", {"ffmpeg", "-nostdin", "-loglevel", "error", "-filter_threads", "1", "-i",
-                                    wav.string(), "-af", ffmpeg_bands, "-f", "s16le", "-y", "/dev/null"}},
+        {"3 x EqualizerPCM", {(bench::here() / "equalizer_pipeline").string(), wav.string(), "/dev/null"}},
+        {"ffmpeg, 3 x equalizer", bench::ffmpeg_filter(wav, ffmpeg_bands)},
     };
     std::vector<std::string> sox = {"sox", "-D", wav.string(), "-t", "raw", "/dev/null"};
     sox.insert(sox.end(), sox_bands.begin(), sox_bands.end());

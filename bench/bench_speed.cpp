@@ -35,11 +35,7 @@ int main()
                           "bench_speed"))
         return 1;
     const std::string pipeline = (here / "speed_pipeline").string();
-    auto ffmpeg = [&](const char* tempo) {
-        return std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-filter_threads", "1", "-i",
-                                        wav.string(), "-af", std::string("atempo=") + tempo, "-f", "s16le", "-y",
-                                        "/dev/null"};
-    };
+    auto ffmpeg = [&](const char* tempo) { return bench::ffmpeg_filter(wav, std::string("atempo=") + tempo); };
     std::vector<bench::Contender> contenders = {
         {"half speed, pitch kept", {pipeline, wav.string(), "/dev/null", "0.5", "keep"}},
         {"ffmpeg atempo=0.5", ffmpeg("0.5")},

@@ -21,9 +21,8 @@ int main()
 {
     const fs::path here = bench::here();
     const fs::path media = here / "bench_media";
-    const fs::path wav = media / "pcm_10min_44100_stereo.wav";
-    if (!bench::make_once(wav, "sox -V1 -n -r 44100 -c 2 -b 16 \"$0\" synth 600 sine 100-8000 pinknoise gain -10",
-                          "bench_wav_writer"))
+    const fs::path wav = bench::long_pcm("bench_wav_writer");
+    if (wav.empty())
         return 1;
     const std::string writer = (here / "wav_writer_recording").string();
     const std::string out = (media / "written.wav").string();
