@@ -2,7 +2,7 @@
 // wake-up that starts the program for the next one.
 #include "app/document.h"
 
-#include "app/headless_shell.h"
+#include "app/command_lines.h"
 #include "os/log.h"
 
 std::wstring Document::run_due_schedule()

@@ -1,6 +1,7 @@
 #include "app/main_form.h"
 
 #include "audio/file_reader.h"
+#include "os/log.h"
 
 #include <cstdio>
 
@@ -24,7 +25,8 @@ std::wstring joined(std::initializer_list<std::wstring> parts)
 } // namespace
 
 MainForm::MainForm(skinner::Properties& skin, Document& document)
-    : Form(nullptr, skin, kMainForm), document_(document), new_mark_(this, L"btnNewMark"),
+    : Form(nullptr, skin, kMainForm, &screen_listener_), document_(document),
+      publication_(document, [this] { bring_up(); }), new_mark_(this, L"btnNewMark"),
       previous_(this, L"btnRewind"), next_(this, L"btnForward"), play_(this, L"btnPlay", 2),
       record_(this, L"btnRecord", 2), stop_(this, L"btnStop"), volume_(this, L"pbOutput"),
       position_(this, L"pbPosition"), mode_(this, L"btnMode", 4), record_lamp_(this, L"checkRec"),
@@ -39,6 +41,9 @@ MainForm::MainForm(skinner::Properties& skin, Document& document)
     vas_.set_enabled(false);
     stereo_.set_enabled(false);
     timer_id_ = set_timer(kTickSeconds);
+    // Remote control by other programs; the program runs on without it.
+    if (!publication_.publish())
+        os::log() << "main: the status publication is not available\n";
     show_panel();
     show_state();
     show_position();

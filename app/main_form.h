@@ -2,6 +2,7 @@
 
 #include "app/document.h"
 #include "app/main_form_controls.h"
+#include "app/status_publication.h"
 #include "app/panel_equalizer.h"
 #include "app/panel_file_explorer.h"
 #include "app/panel_levels.h"
@@ -44,6 +45,14 @@ public:
     bool on_keydown(int key) override;
     // The file menu: Settings, Help, About, Exit.
     int on_collect_menu(skinner::MenuEntries* menu) override;
+
+    // A command line of this start or handed over by a later one
+    // (main_form_command_line.cpp): "-hide" does nothing, "AppRunAtTime"
+    // runs the due schedule, a path plays, and an empty line with the window
+    // in front stops a recording or starts one; then the window comes up.
+    void on_command_line(const std::wstring& line);
+    // Shows the window and brings it to the front.
+    void bring_up();
 
     // For tests and the status: what the window shows now.
     const ControlClock& clock() const { return clock_; }
@@ -98,7 +107,24 @@ private:
     // Keys (main_form_keys.cpp): left, right, up, down and the action key.
     bool on_joystick(int key);
 
+    // The screen's new size reaches the form's listener: the skin is loaded
+    // again for it (main_form_command_line.cpp).
+    class ScreenListener : public skinner::Listener {
+    public:
+        explicit ScreenListener(MainForm& form) : form_(form) {}
+        int on_command(const std::wstring& name) override;
+
+    private:
+        MainForm& form_;
+    };
+    // Handed-over lines (main_form_command_line.cpp).
+    void play_handed_over(const std::wstring& path);
+    void record_or_stop_by_line();
+    int reload_skin_for_screen();
+
+    ScreenListener screen_listener_{*this};
     Document& document_;
+    StatusPublication publication_;
     int timer_id_ = 0;
     skinner::ControlButton new_mark_;
     skinner::ControlButton previous_;

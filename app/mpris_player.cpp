@@ -51,7 +51,7 @@ int raise(sd_bus_message* m, void* u, sd_bus_error*)
 
 int quit(sd_bus_message* m, void* u, sd_bus_error*)
 {
-    me(u).quit();
+    me(u).command(L"Exit");
     return sd_bus_reply_method_return(m, nullptr);
 }
 
@@ -113,42 +113,20 @@ int reply(sd_bus_message* m, void* u)
     return sd_bus_reply_method_return(m, nullptr);
 }
 
-int next(sd_bus_message* m, void* u, sd_bus_error*)
+// The window's commands tell the views themselves.
+template <int (*Act)(MprisPlayer&)>
+int by_command(sd_bus_message* m, void* u, sd_bus_error*)
 {
-    doc(u).step_item(1);
-    return reply(m, u);
+    Act(me(u));
+    return sd_bus_reply_method_return(m, nullptr);
 }
 
-int previous(sd_bus_message* m, void* u, sd_bus_error*)
-{
-    doc(u).step_item(-1);
-    return reply(m, u);
-}
-
-int pause(sd_bus_message* m, void* u, sd_bus_error*)
-{
-    if (!doc(u).is_paused())
-        doc(u).pause();
-    return reply(m, u);
-}
-
-int play_pause(sd_bus_message* m, void* u, sd_bus_error*)
-{
-    me(u).play_pause();
-    return reply(m, u);
-}
-
-int stop(sd_bus_message* m, void* u, sd_bus_error*)
-{
-    doc(u).stop();
-    return reply(m, u);
-}
-
-int play(sd_bus_message* m, void* u, sd_bus_error*)
-{
-    me(u).play();
-    return reply(m, u);
-}
+int next(MprisPlayer& p) { return p.command(L"Next"); }
+int previous(MprisPlayer& p) { return p.command(L"Prev"); }
+int stop(MprisPlayer& p) { return p.command(L"Stop"); }
+int pause(MprisPlayer& p) { return p.pause(), 1; }
+int play_pause(MprisPlayer& p) { return p.play_pause(), 1; }
+int play(MprisPlayer& p) { return p.play(), 1; }
 
 int seek(sd_bus_message* m, void* u, sd_bus_error*)
 {
@@ -337,12 +315,12 @@ QUILL_GETTER(get_metadata)
 
 const sd_bus_vtable kPlayerTable[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("Next", "", "", next, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Previous", "", "", previous, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Pause", "", "", pause, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("PlayPause", "", "", play_pause, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Stop", "", "", stop, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Play", "", "", play, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Next", "", "", by_command<next>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Previous", "", "", by_command<previous>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Pause", "", "", by_command<pause>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("PlayPause", "", "", by_command<play_pause>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Stop", "", "", by_command<stop>, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Play", "", "", by_command<play>, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Seek", "x", "", seek, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("SetPosition", "ox", "", set_position, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("OpenUri", "s", "", open_uri, SD_BUS_VTABLE_UNPRIVILEGED),
@@ -367,8 +345,8 @@ const sd_bus_vtable kPlayerTable[] = {
 
 } // namespace
 
-MprisPlayer::MprisPlayer(Document& document, std::function<void()> raise, std::function<void()> quit)
-    : document_(document), raise_(std::move(raise)), quit_(std::move(quit))
+MprisPlayer::MprisPlayer(Document& document, Command command, std::function<void()> raise)
+    : document_(document), command_(std::move(command)), raise_(std::move(raise))
 {
 }
 
@@ -425,20 +403,19 @@ void MprisPlayer::seek_to(int64_t us)
 
 void MprisPlayer::play_pause()
 {
-    if (document_.is_paused())
-        document_.resume();
-    else if (document_.is_playing() || document_.is_recording())
-        document_.pause();
-    else
-        document_.play_current();
+    command(document_.is_recording() ? L"Record" : L"Play");
 }
 
 void MprisPlayer::play()
 {
-    if (document_.is_paused())
-        document_.resume();
-    else if (!document_.is_playing() && !document_.is_recording())
-        document_.play_current();
+    if (document_.is_paused() || (!document_.is_playing() && !document_.is_recording()))
+        play_pause();
+}
+
+void MprisPlayer::pause()
+{
+    if ((document_.is_playing() || document_.is_recording()) && !document_.is_paused())
+        play_pause();
 }
 
 void MprisPlayer::on_document_changed(const ChangeFlags& changes)

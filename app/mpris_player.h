@@ -10,15 +10,19 @@ struct sd_bus_slot;
 
 // The program as a media player on the session bus, for desktop media keys
 // and tools such as playerctl: org.mpris.MediaPlayer2.quillaphonics at
-// /org/mpris/MediaPlayer2. Its methods act on the Document on the main
-// thread; it hears the Document's changes as a view and tells the bus which
+// /org/mpris/MediaPlayer2. Its transport methods are the main window's
+// commands by name, on the main thread; seeks and properties act on the
+// Document. It hears the Document's changes as a view and tells the bus which
 // properties changed, and that the position jumped.
 // Threads: main thread only. Positions on the bus are microseconds, volume
 // 0..1, rate the speed of play.
 class MprisPlayer : public Document::View {
 public:
-    // `raise` shows the window; `quit` ends the program.
-    MprisPlayer(Document& document, std::function<void()> raise, std::function<void()> quit);
+    // Runs a command of the main window ("Play", "Exit"…); 1 when taken.
+    using Command = std::function<int(const std::wstring&)>;
+
+    // `raise` shows the window and does nothing else.
+    MprisPlayer(Document& document, Command command, std::function<void()> raise);
     ~MprisPlayer() override;
 
     // Connects, registers the objects and takes the name. False, having
@@ -33,18 +37,22 @@ public:
     std::string track_id() const;
     int64_t position_us() const;
     void raise() { raise_(); }
-    void quit() { quit_(); }
+    int command(const std::wstring& name) { return command_(name); }
     // Seeks to `us` in the current item and tells the bus.
     void seek_to(int64_t us);
+    // The window's pause toggle: "Record" while recording, else "Play".
     void play_pause();
+    // Only from stopped or paused.
     void play();
+    // Only while playing or recording.
+    void pause();
 
 private:
     void emit_changed(const char* interface, const std::vector<const char*>& names);
 
     Document& document_;
+    Command command_;
     std::function<void()> raise_;
-    std::function<void()> quit_;
     os::SessionBus bus_;
     sd_bus_slot* root_slot_ = nullptr;
     sd_bus_slot* player_slot_ = nullptr;

@@ -3,9 +3,8 @@
 #include "liba/text.h"
 #include "os/event_loop.h"
 #include "os/log.h"
+#include "os/registry.h"
 #include "skinner/form_message.h"
-#include "skinner/form_render.h"
-#include "skinner/properties.h"
 #include "skinner/screen.h"
 
 #include <SDL.h>
@@ -16,7 +15,8 @@
 namespace {
 
 constexpr const wchar_t* kTitle = L"Quillaphonics";
-constexpr const wchar_t* kMainForm = L"Main";
+constexpr const wchar_t* kZoomKey = L"HKEY_CURRENT_USER\\Software\\Kelb";
+constexpr const wchar_t* kZoomValue = L"Zoom";
 
 bool is_set(const char* name)
 {
@@ -57,54 +57,42 @@ bool ScreenShell::start_video()
     return false;
 }
 
+bool ScreenShell::offscreen() { return is_offscreen_driver(SDL_GetCurrentVideoDriver()); }
+
 skinner::Point ScreenShell::desktop_size()
 {
     SDL_Rect r{};
-    if (!SDL_WasInit(SDL_INIT_VIDEO) || is_offscreen_driver(SDL_GetCurrentVideoDriver()) ||
+    if (!SDL_WasInit(SDL_INIT_VIDEO) || offscreen() ||
         SDL_GetDisplayUsableBounds(0, &r) != 0)
         return {};
     return {r.w, r.h};
 }
 
-ScreenShell::ScreenShell(os::EventLoop& loop, skinner::Properties& skin, const skinner::SkinChoice& choice,
-                         bool hidden)
-    : loop_(loop), skin_(skin), skin_path_(choice.path)
+int ScreenShell::saved_zoom()
 {
-    screen_ = std::make_unique<skinner::Screen>(loop_, choice.screen_size, kTitle, choice.zoom, hidden);
+    uint32_t zoom = 0;
+    if (!os::Registry::read_dword(kZoomKey, kZoomValue, zoom) || zoom > skinner::Screen::kMaxZoom)
+        return 0;
+    return static_cast<int>(zoom);
+}
+
+void ScreenShell::save_zoom(int zoom)
+{
+    if (!os::Registry::write_dword(kZoomKey, kZoomValue, static_cast<uint32_t>(zoom)))
+        os::log() << "screen: the zoom could not be kept\n";
+}
+
+ScreenShell::ScreenShell(os::EventLoop& loop, const skinner::SkinChoice& choice) : loop_(loop)
+{
+    screen_ = std::make_unique<skinner::Screen>(loop_, choice.screen_size, kTitle, choice.zoom, true);
     screen_->set_quit_handler([this] {
         os::log() << "screen: closed\n";
         loop_.quit();
     });
     os::log() << "screen: " << choice.screen_size.x << "x" << choice.screen_size.y << " zoom " << choice.zoom
-              << (hidden ? " hidden" : "") << "\n";
-    // A skin without its "Main" ends the program here with the skin's report.
-    skinner::Listener* listener = this;
-    main_ = std::make_unique<skinner::ClassFactoryForm>(skin_, kMainForm, nullptr, listener);
-    // Nothing in the skin's "Main" names the program: the window does.
-    main_->set_title(kTitle);
-    main_->show(true);
-    main_->set_active(true);
-    screen_->paint_now();
+              << "\n";
 }
 
-ScreenShell::~ScreenShell()
-{
-    main_.reset();
-    screen_.reset();
-}
+ScreenShell::~ScreenShell() = default;
 
 int ScreenShell::zoom() const { return screen_->zoom(); }
-
-void ScreenShell::bring_up() { screen_->show_window(true); }
-
-int ScreenShell::on_command(const std::wstring& name)
-{
-    if (name != L"#ScreenResolution#")
-        return 0;
-    // The skin again for the screen's new size: every form of it reads itself anew.
-    skinner::Point size = screen_->size();
-    skin_.change_skin(skin_path_, size);
-    if (!skin_.check_version(skinner::kAppVersionMark, size))
-        os::log() << "screen: the skin doesn't fit " << size.x << "x" << size.y << "\n";
-    return 1;
-}

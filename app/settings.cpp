@@ -6,6 +6,7 @@
 #include "os/path.h"
 #include "os/xml_document.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <variant>
@@ -77,7 +78,6 @@ const Key kKeys[] = {
     {L"Language", L"Language", &Settings::language},
 
     {L"Skin", L"Skin", &Settings::skin},
-    {L"Skin", L"Zoom", &Settings::zoom},
 
     {L"FileExplorer", L"ShowFolders", &Settings::show_folders},
     {L"FileExplorer", L"Folder", &Settings::explorer_folder},
@@ -247,6 +247,11 @@ Settings::Settings()
     : folder(os::expand_path(L"%my_documents%")), buttons(kButtonCount),
       explorer_folder(os::expand_path(L"%my_documents%"))
 {
+    // The keyboard's media keys come first among the buttons and do what
+    // their symbols say until the user gives them something else.
+    const wchar_t* const media_keys[] = {L"Play",   L"Stop",    L"Prev",     L"Next",
+                                         L"Rewind", L"Forward", L"VolumeUp", L"VolumeDown"};
+    std::copy(std::begin(media_keys), std::end(media_keys), buttons.begin());
 }
 
 const wchar_t* Settings::mode_keyword(int mode)

@@ -121,5 +121,4 @@ public:
     int limiter = 0;
     std::wstring language = L"English"; // stem of the language file
     std::wstring skin = L"%app_path%/skins/Default/Default.skin";
-    int zoom = 0; // the screen's zoom 1..4 at the last exit; 0: the largest that fits the desktop
 };

@@ -1,11 +1,11 @@
 #include "app/start_up.h"
 
 #include "app/document.h"
-#include "app/headless_shell.h"
+#include "app/command_lines.h"
+#include "app/main_form.h"
 #include "app/mpris_player.h"
 #include "app/screen_shell.h"
 #include "app/settings.h"
-#include "app/status_publication.h"
 #include "audio/wav_repair.h"
 #include "liba/text.h"
 #include "os/application.h"
@@ -78,45 +78,36 @@ int run_quillaphonics(const std::vector<std::string>& args)
     settings.language_file(language);
     skinner::SkinChoice choice;
     std::unique_ptr<skinner::Properties> skin =
-        skinner::choose_skin(settings.skin, settings.zoom, ScreenShell::desktop_size(), language, &choice);
+        skinner::choose_skin(settings.skin, ScreenShell::saved_zoom(), ScreenShell::desktop_size(), language, &choice);
     if (!skin)
         return 0;
     os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
 
-    // Until the main window exists the screen shows the skin's "Main" and the
-    // headless shell acts on command lines, as the main window will.
-    ScreenShell screen(app.loop(), *skin, choice, command_line == kHideCommand);
-    HeadlessShell shell(document);
-    auto on_line = [&shell, &screen](const std::wstring& line) {
-        shell.on_command_line(line);
-        if (line != kHideCommand)
-            screen.bring_up();
-    };
-    if (!app.listen_for_command_lines(on_line))
+    // The window stays hidden until this start's command line says otherwise.
+    ScreenShell screen(app.loop(), choice);
+    MainForm form(*skin, document);
+    if (!app.listen_for_command_lines([&form](const std::wstring& line) { form.on_command_line(line); }))
         os::log() << "start-up: later starts can't reach this instance\n";
-    StatusPublication publication(document, [&shell, &screen] {
-        shell.show();
-        screen.bring_up();
-    });
-    if (!publication.publish())
-        os::log() << "start-up: the status publication is not available\n";
     // Desktop media keys and playerctl; without a session bus the player
     // has logged why and the program goes on without it.
-    MprisPlayer media_player(document, [&screen] { screen.bring_up(); }, [&app] { app.loop().quit(); });
+    MprisPlayer media_player(
+        document, [&form](const std::wstring& command) { return form.on_command(command); },
+        [&form] { form.bring_up(); });
     media_player.publish();
-    shell.on_first_command_line(command_line);
+    form.on_command_line(command_line);
     app.release_instance_lock();
     document.notify_views(ChangeFlags::all());
 
-    app.loop().run();
+    form.do_modal();
 
-    media_player.stop();
-    publication.stop();
-    app.stop_listening();
-    if (screen.zoom() != settings.zoom) {
-        Settings kept = settings;
-        kept.zoom = screen.zoom();
-        document.apply_settings(kept);
+    // Closed or told to end while recording: the file is finished first.
+    if (document.is_recording()) {
+        os::log() << "start-up: the recording stops before the end\n";
+        document.stop(nullptr);
     }
+    media_player.stop();
+    app.stop_listening();
+    if (screen.zoom() != ScreenShell::saved_zoom())
+        ScreenShell::save_zoom(screen.zoom());
     return 0;
 }

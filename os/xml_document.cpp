@@ -6,6 +6,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <sstream>
 
 namespace os {
@@ -163,7 +164,9 @@ bool XmlDocument::load_bytes(std::string_view bytes, std::wstring* error)
     pugi::xml_parse_result r = doc_->load_buffer(bytes.data(), bytes.size(), pugi::parse_default, pugi::encoding_auto);
     if (!r) {
         if (error)
-            *error = liba::from_utf8(r.description()) + L" at byte " + std::to_wstring(r.offset);
+            // Cut inside an attribute, pugixml counts the end marker it adds.
+            *error = liba::from_utf8(r.description()) + L" at byte " +
+                     std::to_wstring(std::min<size_t>(static_cast<size_t>(r.offset), bytes.size()));
         doc_->reset();
         return false;
     }

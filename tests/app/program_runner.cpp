@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -69,7 +70,7 @@ Process start_program(const std::string& exe, const std::vector<std::string>& ar
 
     // A test may name another driver, or none.
     ::setenv("SDL_VIDEODRIVER", "offscreen", 0);
-    ::setenv("SDL_AUDIODRIVER", "dummy", 1);
+    ::setenv("SDL_AUDIODRIVER", "dummy", 0);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     // A program left running by a failed test must not hold the test runner's
@@ -110,6 +111,26 @@ bool wait_for(const std::function<bool()>& cond, int ms)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
+}
+
+void EnvironmentGuard::set(const char* name, const char* value)
+{
+    const char* old = std::getenv(name);
+    saved_.push_back({name, old ? std::optional<std::string>(old) : std::nullopt});
+    if (value)
+        ::setenv(name, value, 1);
+    else
+        ::unsetenv(name);
+}
+
+EnvironmentGuard::~EnvironmentGuard()
+{
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+        if (it->second)
+            ::setenv(it->first.c_str(), it->second->c_str(), 1);
+        else
+            ::unsetenv(it->first.c_str());
+    }
 }
 
 } // namespace test

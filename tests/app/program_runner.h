@@ -2,12 +2,15 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Starts the real program and quillctl from the build's program folder as
-// separate processes, headless, in the environment of the calling test (so a
-// test::PrivateHome applies to them). Threads: the test's main thread.
+// separate processes, headless (offscreen video; audio on SDL's dummy driver
+// unless the test names another, such as "disk"), in the environment of the
+// calling test (so a test::PrivateHome applies to them). Threads: the test's main thread.
 namespace test {
 
 struct Process {
@@ -34,5 +37,16 @@ std::wstring read_log(const std::filesystem::path& app_data);
 
 // Waits until `cond` holds, at most `ms`; returns whether it held.
 bool wait_for(const std::function<bool()>& cond, int ms);
+
+// Sets environment variables (null: unsets) for one test and puts them back
+// after it.
+class EnvironmentGuard {
+public:
+    void set(const char* name, const char* value);
+    ~EnvironmentGuard();
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
 
 } // namespace test

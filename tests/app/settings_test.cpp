@@ -88,7 +88,6 @@ Settings every_value_changed()
     s.limiter = 1;
     s.language = L"Deutsch";
     s.skin = L"%app_data%/skins/Dark/Dark.skin";
-    s.zoom = 3;
     return s;
 }
 
@@ -210,7 +209,7 @@ TEST_F(SettingsTest, WritesSectionsAndKeysInTheirOrderAndEncodings)
               "Button6=VolUp Button7=VolDn Button8=Record Button9=Pause Button10=Mark Button11=Bookmarks "
               "UnmapWhenInactive=false JoyLeftAction=Previous JoyRightAction=Next\n"
               "FileExplorer ShowFolders=false Folder=%my_documents%/Musik Sort=SIZE_DESC\n"
-              "Skin Skin=%app_data%/skins/Dark/Dark.skin Zoom=3\n"
+              "Skin Skin=%app_data%/skins/Dark/Dark.skin\n"
               "Equalizer1 Frequency=250.500000 Amplitude=-6.250000 Width=1.500000 Active=true\n"
               "Equalizer2 Frequency=1000.000000 Amplitude=3.000000 Width=0.500000 Active=false\n"
               "Equalizer3 Frequency=4000.000000 Amplitude=0.000000 Width=2.000000 Active=true\n"
