@@ -119,18 +119,3 @@ TEST(Canvas, RefusesSurfacesOfAnotherLayout)
     SDL_FreeSurface(abgr);
     SDL_FreeSurface(xrgb);
 }
-
-TEST(Canvas, CursorNamesMapToStockCursors)
-{
-    EXPECT_EQ(cursor_from_name(L"ARROW"), SDL_SYSTEM_CURSOR_ARROW);
-    EXPECT_EQ(cursor_from_name(L"HAND"), SDL_SYSTEM_CURSOR_HAND);
-    EXPECT_EQ(cursor_from_name(L"IBEAM"), SDL_SYSTEM_CURSOR_IBEAM);
-    EXPECT_EQ(cursor_from_name(L"SIZEWE"), SDL_SYSTEM_CURSOR_SIZEWE);
-    EXPECT_EQ(cursor_from_name(L"WAIT"), SDL_SYSTEM_CURSOR_WAIT);
-    EXPECT_EQ(cursor_from_name(L"APPSTARTING"), SDL_SYSTEM_CURSOR_WAITARROW);
-    for (const wchar_t* name : {L"HELP", L"NO", L"SIZEALL", L"SIZENS", L"SIZENESW", L"SIZENWSE"})
-        EXPECT_GE(cursor_from_name(name), 0) << name;
-    EXPECT_EQ(cursor_from_name(L"arrow"), -1);
-    EXPECT_EQ(cursor_from_name(L""), -1);
-    EXPECT_EQ(cursor_from_name(L"CROSS"), -1);
-}

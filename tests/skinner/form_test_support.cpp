@@ -10,6 +10,29 @@ namespace form_test {
 
 using skinner::Point;
 
+namespace {
+
+SDL_Event button_event(Uint32 type, Uint8 button, Point p)
+{
+    SDL_Event e{};
+    e.type = type;
+    e.button.button = button;
+    e.button.clicks = type == SDL_MOUSEBUTTONDOWN ? 1 : 0;
+    e.button.x = p.x;
+    e.button.y = p.y;
+    return e;
+}
+
+SDL_Event text_event(const char* typed)
+{
+    SDL_Event t{};
+    t.type = SDL_TEXTINPUT;
+    std::strncpy(t.text.text, typed, sizeof t.text.text - 1);
+    return t;
+}
+
+} // namespace
+
 TestScreen::TestScreen(int scale, const std::string& skin)
 {
     setenv("SDL_VIDEODRIVER", "offscreen", 1);
@@ -43,29 +66,14 @@ void TestScreen::settle()
 
 Point TestScreen::on_screen(const skinner::Form& form, Point p) { return form.screen_position() + p; }
 
-void TestScreen::press_at(Point p)
-{
-    pointer_ = p;
-    SDL_Event e{};
-    e.type = SDL_MOUSEBUTTONDOWN;
-    e.button.button = SDL_BUTTON_LEFT;
-    e.button.clicks = 1;
-    e.button.x = p.x;
-    e.button.y = p.y;
-    push(e);
-    settle();
-}
+void TestScreen::press_at(Point p) { press_button(p, SDL_BUTTON_LEFT); }
 
-void TestScreen::press_right_at(Point p)
+void TestScreen::press_right_at(Point p) { press_button(p, SDL_BUTTON_RIGHT); }
+
+void TestScreen::press_button(Point p, Uint8 button)
 {
     pointer_ = p;
-    SDL_Event e{};
-    e.type = SDL_MOUSEBUTTONDOWN;
-    e.button.button = SDL_BUTTON_RIGHT;
-    e.button.clicks = 1;
-    e.button.x = p.x;
-    e.button.y = p.y;
-    push(e);
+    push(button_event(SDL_MOUSEBUTTONDOWN, button, p));
     settle();
 }
 
@@ -82,23 +90,13 @@ void TestScreen::move_to(Point p)
 
 void TestScreen::release()
 {
-    SDL_Event e{};
-    e.type = SDL_MOUSEBUTTONUP;
-    e.button.button = SDL_BUTTON_LEFT;
-    e.button.x = pointer_.x;
-    e.button.y = pointer_.y;
-    push(e);
+    push(button_event(SDL_MOUSEBUTTONUP, SDL_BUTTON_LEFT, pointer_));
     settle();
 }
 
 void TestScreen::release_right()
 {
-    SDL_Event e{};
-    e.type = SDL_MOUSEBUTTONUP;
-    e.button.button = SDL_BUTTON_RIGHT;
-    e.button.x = pointer_.x;
-    e.button.y = pointer_.y;
-    push(e);
+    push(button_event(SDL_MOUSEBUTTONUP, SDL_BUTTON_RIGHT, pointer_));
     settle();
 }
 
@@ -108,12 +106,8 @@ void TestScreen::key_down(SDL_Keycode key, const char* typed)
     e.type = SDL_KEYDOWN;
     e.key.keysym.sym = key;
     push(e);
-    if (typed) {
-        SDL_Event t{};
-        t.type = SDL_TEXTINPUT;
-        std::strncpy(t.text.text, typed, sizeof t.text.text - 1);
-        push(t);
-    }
+    if (typed)
+        push(text_event(typed));
     settle();
 }
 
@@ -134,10 +128,7 @@ void TestScreen::key(SDL_Keycode key, const char* typed)
 
 void TestScreen::text(const char* typed)
 {
-    SDL_Event t{};
-    t.type = SDL_TEXTINPUT;
-    std::strncpy(t.text.text, typed, sizeof t.text.text - 1);
-    push(t);
+    push(text_event(typed));
     settle();
 }
 

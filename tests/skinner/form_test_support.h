@@ -44,6 +44,7 @@ public:
 
 private:
     void push(SDL_Event e);
+    void press_button(skinner::Point p, Uint8 button);
 
     std::unique_ptr<CActiveScheduler> scheduler_;
     std::unique_ptr<os::EventLoop> loop_;
