@@ -8,13 +8,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -247,6 +250,44 @@ std::string all_bytes(const std::vector<T>& records)
     for (const auto& r : records)
         s += bytes_of(r.bytes);
     return s;
+}
+
+// Polls `done` every 2 ms for at most `timeout_ms`; false if it never held.
+inline bool wait_until(const std::function<bool()>& done, int timeout_ms = 20000)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+// Points SDL at its disk driver: what is played goes to `played`, what is
+// captured comes from `captured` (when given), `delay_ms` per device callback
+// (0: as fast as the machine goes).
+inline void use_disk_audio(const std::filesystem::path& played, int delay_ms,
+                           const std::filesystem::path& captured = {})
+{
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", played.c_str(), 1);
+    if (!captured.empty())
+        setenv("SDL_DISKAUDIOFILEIN", captured.c_str(), 1);
+    setenv("SDL_DISKAUDIODELAY", std::to_string(delay_ms).c_str(), 1);
+}
+
+// The speech clip as raw little-endian samples, made by sox into `out`
+// (`effects` are sox's, after the format).
+inline std::string speech_raw(const std::filesystem::path& out, int rate, int bits, int channels,
+                              const std::string& effects = "")
+{
+    const std::string enc = bits == 8 ? "unsigned-integer" : "signed-integer";
+    EXPECT_EQ(test::run("sox " + test::quote(one("speech_src.wav").string()) + " -r " + std::to_string(rate) +
+                        " -b " + std::to_string(bits) + " -c " + std::to_string(channels) + " -e " + enc +
+                        " -t raw " + test::quote(out.string()) + " " + effects),
+              0);
+    return test::read_file(out);
 }
 
 } // namespace audio_test

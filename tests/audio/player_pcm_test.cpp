@@ -22,24 +22,9 @@ using audio_test::Reference;
 
 namespace {
 
-// Points SDL at its disk driver, writing to `file`, `delay_ms` per callback.
-void use_disk_device(const std::string& file, int delay_ms)
-{
-    setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILE", file.c_str(), 1);
-    setenv("SDL_DISKAUDIODELAY", std::to_string(delay_ms).c_str(), 1);
-}
+void use_disk_device(const std::string& file, int delay_ms) { audio_test::use_disk_audio(file, delay_ms); }
 
-bool wait_until(const std::function<bool()>& done, int timeout_ms = 10000)
-{
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using audio_test::wait_until;
 
 void sleep_ms(int ms)
 {

@@ -56,17 +56,6 @@ protected:
     }
 };
 
-bool wait_until(const std::function<bool()>& done)
-{
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
 // The audio stream's fields as ffprobe reads them, "key=value" a line.
 std::map<std::string, std::string> probe(const std::filesystem::path& file)
 {
@@ -87,16 +76,8 @@ std::map<std::string, std::string> probe(const std::filesystem::path& file)
 // into `file`; returns the bytes that reached the active buffer.
 std::string record(const Row& row, const std::filesystem::path& file, const test::TempDir& dir)
 {
-    const std::string enc = row.bits == 8 ? "unsigned-integer" : "signed-integer";
-    const std::filesystem::path in = dir / "in.raw";
-    EXPECT_EQ(test::run("sox '" + audio_test::one("speech_src.wav").string() + "' -r " + std::to_string(row.rate) +
-                        " -b " + std::to_string(row.bits) + " -c 1 -e " + enc + " -t raw '" + in.string() + "' trim 0 2.5"),
-              0);
-    setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILEIN", in.c_str(), 1);
-    setenv("SDL_DISKAUDIOFILE", (dir / "played.raw").c_str(), 1);
-    setenv("SDL_DISKAUDIODELAY", "1", 1);
-    const std::size_t input = test::read_file(in).size();
+    const std::size_t input = audio_test::speech_raw(dir / "in.raw", row.rate, row.bits, 1, "trim 0 2.5").size();
+    audio_test::use_disk_audio(dir / "played.raw", 1, dir / "in.raw");
 
     Tap tap;
     audio::ActiveBuffer buffer;
@@ -111,11 +92,11 @@ std::string record(const Row& row, const std::filesystem::path& file, const test
     audio::connect(tap, &buffer);
     audio::connect(buffer, chain->get_consumer());
     EXPECT_TRUE(rec->start());
-    EXPECT_TRUE(wait_until([&] { return tap.size >= input; }));
+    EXPECT_TRUE(audio_test::wait_until([&] { return tap.size >= input; }));
     // The stop of a recording, in its order.
     audio::connect(*rec, nullptr);
     rec.reset();
-    EXPECT_TRUE(wait_until([&] { return buffer.queued_records() == 0; }));
+    EXPECT_TRUE(audio_test::wait_until([&] { return buffer.queued_records() == 0; }));
     EXPECT_TRUE(chain->get_writer()->is_good());
     audio::connect(buffer, nullptr);
     if (row.codec == std::wstring(L"PCM")) {

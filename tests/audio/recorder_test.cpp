@@ -25,37 +25,15 @@ struct Format {
     int rate, bits, channels;
 };
 
-// The speech clip in `f` as raw little-endian samples, made by sox.
-std::string speech_raw(const std::filesystem::path& out, const Format& f)
-{
-    const std::string enc = f.bits == 8 ? "unsigned-integer" : "signed-integer";
-    EXPECT_EQ(test::run("sox '" + audio_test::one("speech_src.wav").string() + "' -r " + std::to_string(f.rate) +
-                        " -b " + std::to_string(f.bits) + " -c " + std::to_string(f.channels) + " -e " + enc +
-                        " -t raw '" + out.string() + "'"),
-              0);
-    return test::read_file(out);
-}
+using audio_test::wait_until;
 
-// Points SDL's capture at `input`, `delay_ms` per device callback (0: as fast
-// as the machine goes); what it would play goes to a file in `dir`.
-void use_disk_input(const test::TempDir& dir, const std::filesystem::path& input, int delay_ms)
+// The speech clip in format `f` captured from `input`, `delay_ms` per device
+// callback; what it would play goes to a file in `dir`.
+std::string use_speech_input(const test::TempDir& dir, const std::filesystem::path& input, const Format& f,
+                             int delay_ms)
 {
-    setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILEIN", input.c_str(), 1);
-    setenv("SDL_DISKAUDIOFILE", (dir / "played.raw").c_str(), 1);
-    setenv("SDL_DISKAUDIODELAY", std::to_string(delay_ms).c_str(), 1);
-}
-
-// Waits, for at most ten seconds, until `done` holds; polls every 2 ms.
-bool wait_until(const std::function<bool()>& done)
-{
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    audio_test::use_disk_audio(dir / "played.raw", delay_ms, input);
+    return audio_test::speech_raw(input, f.rate, f.bits, f.channels);
 }
 
 // Keeps what is pushed to it, from any thread. While `held`, every push
@@ -114,8 +92,7 @@ TEST(RecorderPCM, CapturesTheInputSampleForSampleInBuffersOf5000Blocks)
         SCOPED_TRACE(std::to_string(f.rate) + " Hz " + std::to_string(f.bits) + " bits x" +
                      std::to_string(f.channels));
         test::TempDir dir;
-        const std::string input = speech_raw(dir / "in.raw", f);
-        use_disk_input(dir, dir / "in.raw", 1);
+        const std::string input = use_speech_input(dir, dir / "in.raw", f, 1);
         Collector sink;
         {
             RecorderPCM rec(f.channels, f.rate, f.bits);
@@ -149,8 +126,7 @@ TEST(RecorderPCM, CapturesTheInputSampleForSampleInBuffersOf5000Blocks)
 TEST(RecorderPCM, StarvesForGoodOnceEveryBufferIsBackAndEndsWithoutADevice)
 {
     test::TempDir dir;
-    speech_raw(dir / "in.raw", Format{22050, 16, 1});
-    use_disk_input(dir, dir / "in.raw", 0);
+    use_speech_input(dir, dir / "in.raw", Format{22050, 16, 1}, 0);
     {
         // A format the device refuses: nothing opens, the thread still ends.
         RecorderPCM refused(1, 22050, 24);
