@@ -180,6 +180,15 @@ FileReaderWMA::FileReaderWMA(const std::wstring& path)
         close_service(s);
         return;
     }
+    // The service prerolls pictures and silent videos as well: without a
+    // sound stream the file is none of ours.
+    gint sound_streams = 0;
+    g_object_get(playbin, "n-audio", &sound_streams, nullptr);
+    if (!s->error && sound_streams == 0) {
+        os::log() << L"wma: no sound in " << path << L"\n";
+        close_service(s);
+        return;
+    }
     service = s;
     is_valid = true;
     if (!s->error)
