@@ -119,6 +119,9 @@ private:
     };
     // Handed-over lines (main_form_command_line.cpp).
     void play_handed_over(const std::wstring& path);
+    // `path` selected in the file explorer and played; empty: the
+    // explorer's current file. True when it plays.
+    bool play_selected(const std::wstring& path);
     void record_or_stop_by_line();
     int reload_skin_for_screen();
 

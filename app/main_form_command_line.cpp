@@ -64,12 +64,27 @@ void MainForm::on_command_line(const std::wstring& line)
 void MainForm::play_handed_over(const std::wstring& path)
 {
     const wchar_t* why = why_not_playable(path);
-    if (!*why && !document_.play_file(path))
+    if (!*why && !play_selected(path))
         why = L"neither sound nor list";
     if (*why)
         os::log() << "command line: skipped [" << path << "]: " << why << "\n";
     else
         os::log() << "command line: play file [" << path << "]\n";
+}
+
+bool MainForm::play_selected(const std::wstring& path)
+{
+    // The explorer still on the file or list the Document holds: its
+    // current item, where the order stands.
+    if (path.empty())
+        return explorer_.current() == os::normalize_path(document_.playlist_name()) && document_.item_count() > 0
+                   ? document_.play_current()
+                   : explorer_.play();
+    // Only a file that plays moves the explorer.
+    if (!document_.play_file(path))
+        return false;
+    explorer_.select(path);
+    return true;
 }
 
 void MainForm::record_or_stop_by_line()

@@ -4,8 +4,8 @@
 #include "liba/text.h"
 #include "os/log.h"
 
-StatusPublication::StatusPublication(Document& document, ShowHandler show)
-    : document_(document), show_(std::move(show)), server_("status", [this](int c) { serve(c); })
+StatusPublication::StatusPublication(Document& document, ShowHandler show, PlayHandler play)
+    : document_(document), show_(std::move(show)), play_(std::move(play)), server_("status", [this](int c) { serve(c); })
 {
 }
 
@@ -82,7 +82,12 @@ int32_t StatusPublication::handle(int32_t command)
         return 0;
     bool ok = false;
     switch (command) {
-    case status::kPlay: ok = f[0].empty() ? document_.play_current() : document_.play_file(f[0]); break;
+    case status::kPlay:
+        if (play_)
+            ok = play_(f[0]);
+        else
+            ok = f[0].empty() ? document_.play_current() : document_.play_file(f[0]);
+        break;
     case status::kRecord: {
         if (f[0].empty()) {
             ok = document_.record(L"%my_documents%");

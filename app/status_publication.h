@@ -20,8 +20,12 @@ class StatusPublication : liba::Nocopy {
 public:
     // "show" of a command was "y": bring the window forward.
     using ShowHandler = std::function<void()>;
+    // Command 0: select `path` where the window shows files and play it; an
+    // empty path plays the file selected there. True when it started.
+    using PlayHandler = std::function<bool(const std::wstring& path)>;
 
-    StatusPublication(Document& document, ShowHandler show);
+    // Without a play handler command 0 plays through the Document alone.
+    StatusPublication(Document& document, ShowHandler show, PlayHandler play = {});
     ~StatusPublication();
 
     // Opens the shared memory and listens on `socket` (which is made
@@ -45,10 +49,10 @@ private:
     // Reads the argument text of `command`; false when it can't be read.
     bool read_fields(int32_t command, std::vector<std::wstring>& fields);
     bool answer(bool value);
-    bool play(const std::wstring& path);
 
     Document& document_;
     ShowHandler show_;
+    PlayHandler play_;
     std::unique_ptr<status::CCommClipboard> clipboard_;
     bool published_ = false;
     os::UnixSocketServer server_;
