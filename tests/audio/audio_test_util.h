@@ -108,6 +108,20 @@ inline Reference sox_reference(const std::string& pattern)
     return ref;
 }
 
+// Mono 16-bit samples at `rate` Hz as a reference (values beyond 16 bits wrap).
+template <class T>
+Reference mono16(const std::vector<T>& v, int rate)
+{
+    Reference r;
+    r.channels = 1, r.bits = 16, r.rate = rate;
+    r.bytes.resize(v.size() * 2);
+    for (std::size_t i = 0; i < v.size(); ++i) {
+        const auto s = std::int16_t(v[i]);
+        std::memcpy(&r.bytes[2 * i], &s, 2);
+    }
+    return r;
+}
+
 inline audio::PCMData pcm_of(const Reference& ref, std::size_t from, std::size_t size)
 {
     audio::PCMData r;

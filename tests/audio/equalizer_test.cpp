@@ -16,28 +16,16 @@ constexpr double kPi = std::numbers::pi;
 // A mono 16-bit tone of `amplitude` (share of full scale) from the formula.
 Reference tone(int rate, double hz, double amplitude, double seconds)
 {
-    Reference r;
-    r.channels = 1;
-    r.bits = 16;
-    r.rate = rate;
-    const int frames = int(rate * seconds);
-    r.bytes.resize(std::size_t(frames) * 2);
-    for (int i = 0; i < frames; ++i) {
-        const auto s = std::int16_t(std::lround(amplitude * 32767.0 * std::sin(2 * kPi * hz * i / rate)));
-        std::memcpy(&r.bytes[std::size_t(i) * 2], &s, 2);
-    }
-    return r;
+    std::vector<long> v(std::size_t(rate * seconds));
+    for (std::size_t i = 0; i < v.size(); ++i)
+        v[i] = std::lround(amplitude * 32767.0 * std::sin(2 * kPi * hz * double(i) / rate));
+    return audio_test::mono16(v, rate);
 }
 
 std::vector<double> samples_of(const std::string& bytes)
 {
-    std::vector<double> v(bytes.size() / 2);
-    for (std::size_t i = 0; i < v.size(); ++i) {
-        std::int16_t s;
-        std::memcpy(&s, bytes.data() + 2 * i, 2);
-        v[i] = s;
-    }
-    return v;
+    const auto s = test::samples_of(bytes);
+    return {s.begin(), s.end()};
 }
 
 std::string equalize(const Reference& ref, double hz, double octaves, double db)

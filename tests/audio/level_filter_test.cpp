@@ -25,40 +25,18 @@ public:
     std::deque<audio::PCMData> records;
 };
 
+using audio_test::mono16;
+
 std::vector<std::int32_t> samples_of(const std::string& bytes)
 {
-    std::vector<std::int32_t> v(bytes.size() / 2);
-    for (std::size_t i = 0; i < v.size(); ++i) {
-        std::int16_t s;
-        std::memcpy(&s, bytes.data() + 2 * i, 2);
-        v[i] = s;
-    }
-    return v;
-}
-
-Reference mono16(const std::vector<std::int32_t>& v, int rate)
-{
-    Reference r;
-    r.channels = 1, r.bits = 16, r.rate = rate;
-    r.bytes.resize(v.size() * 2);
-    for (std::size_t i = 0; i < v.size(); ++i) {
-        const auto s = std::int16_t(v[i]);
-        std::memcpy(&r.bytes[2 * i], &s, 2);
-    }
-    return r;
+    const auto s = test::samples_of(bytes);
+    return {s.begin(), s.end()};
 }
 
 std::string pull_all(audio::LevelFilter& level, audio::Provider<audio::PCMData>& source)
 {
     audio::connect(source, &level);
-    std::string all;
-    for (;;) {
-        audio::PCMData r;
-        level.get_data(r, 16384);
-        if (r.empty())
-            break;
-        all += audio_test::bytes_of(r.bytes);
-    }
+    std::string all = audio_test::drain(level);
     audio::connect(source, nullptr);
     return all;
 }

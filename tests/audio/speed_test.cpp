@@ -59,13 +59,7 @@ std::vector<audio::PCMData> pull_all(audio::Provider<audio::PCMData>& stage,
     }
 }
 
-std::string bytes_of(const std::vector<audio::PCMData>& records)
-{
-    std::string s;
-    for (const auto& r : records)
-        s += audio_test::bytes_of(r.bytes);
-    return s;
-}
+std::string bytes_of(const std::vector<audio::PCMData>& records) { return audio_test::all_bytes(records); }
 
 // Hands out one reference after the other.
 class Sources : public audio::Provider<audio::PCMData> {
