@@ -71,13 +71,8 @@ std::string probe_line(const std::string& codec, int rate, int channels)
            std::to_string(channels);
 }
 
-std::string sox_raw(const fs::path& f, int bits)
-{
-    std::string out;
-    std::string enc = bits == 8 ? "-e unsigned-integer" : "-e signed-integer";
-    EXPECT_EQ(test::run("sox " + q(f) + " -t raw -L " + enc + " -", &out), 0) << f;
-    return out;
-}
+// The samples as sox reads them, in the width the file stores them.
+std::string sox_raw(const fs::path& f) { return audio_test::sox_file(f).bytes; }
 
 // Pushes `ref` in records of `frames` frames, the first one `first` frames.
 void push_pcm(audio::Consumer<PCMData>& to, const Reference& ref, std::size_t first, std::size_t frames)
@@ -96,11 +91,7 @@ template <class Encoder, class Data>
 std::vector<Data> encode(const Reference& ref)
 {
     Encoder e;
-    audio_test::Sink<Data> sink;
-    audio::connect(e, &sink);
-    push_pcm(e, ref, 5000, 5000);
-    audio::connect(e, nullptr);
-    return sink.records;
+    return audio_test::push_through<Data>(e, audio_test::cut_records(ref, 5000));
 }
 
 // Runs `work` in a child whose files may not grow past `limit` bytes; a write
@@ -146,7 +137,7 @@ TEST(FileWriterWAVPCM, WritesWhatSoxReadsBackBitForBit)
         }
         // The writer hands every record on unchanged.
         EXPECT_EQ(behind.all_bytes(), ref.bytes);
-        EXPECT_EQ(sox_raw(out, ref.bits), ref.bytes);
+        EXPECT_EQ(sox_raw(out), ref.bytes);
         EXPECT_EQ(soxi(out, "-r"), std::to_string(ref.rate));
         EXPECT_EQ(soxi(out, "-c"), std::to_string(ref.channels));
         EXPECT_EQ(soxi(out, "-b"), std::to_string(ref.bits));
@@ -179,7 +170,7 @@ TEST(FileWriterWAVPCM, MakesNoFileWithoutRecordsAndKeepsItsFirstFormat)
         EXPECT_TRUE(w.is_good());
         EXPECT_EQ(w.get_position(), 6000);
     }
-    EXPECT_EQ(sox_raw(out, 16), s16.bytes.substr(0, 6000));
+    EXPECT_EQ(sox_raw(out), s16.bytes.substr(0, 6000));
     EXPECT_EQ(soxi(out, "-r"), "8000");
 
     // A folder that isn't there: the writer fails at its first record.
@@ -250,7 +241,7 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
     }
     const std::string after = test::read_file(pcm);
     EXPECT_EQ(after.substr(44, half), before.substr(44));
-    EXPECT_EQ(sox_raw(pcm, 16), ref.bytes);
+    EXPECT_EQ(sox_raw(pcm), ref.bytes);
 
     // ffmpeg's file with a LIST chunk before "data" keeps it in its place.
     const Reference tone = audio_test::sox_reference("pcm_s16_mono_22050.wav");
@@ -266,7 +257,7 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
     const std::string grown = test::read_file(listed);
     EXPECT_EQ(grown.substr(8, data_at - 12), old.substr(8, data_at - 12));
     EXPECT_EQ(grown.substr(data_at, old.size() - data_at), old.substr(data_at));
-    EXPECT_EQ(sox_raw(listed, 16), sox_raw(test::media("list_pcm_s16_mono_22050.wav").at(0), 16) + tone.bytes);
+    EXPECT_EQ(sox_raw(listed), sox_raw(test::media("list_pcm_s16_mono_22050.wav").at(0)) + tone.bytes);
 
     // sox pads odd 8-bit data with a byte behind the chunk; appending cuts it.
     const Reference u8 = audio_test::sox_reference("pcm_u8_mono_22050.wav");
@@ -278,7 +269,7 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
         audio::FileWriterWAVPCM w(wide(padded), true);
         push_pcm(w, u8, 5000, 5000);
     }
-    EXPECT_EQ(sox_raw(padded, 8), u8.bytes + u8.bytes);
+    EXPECT_EQ(sox_raw(padded), u8.bytes + u8.bytes);
     EXPECT_EQ(fs::file_size(padded), 44 + 2 * u8.bytes.size());
 
     // A header that claims more than the file holds: the file is extended.
@@ -347,7 +338,7 @@ TEST(FileWriterWAV, AppendContinuesTheFileWithTheOldAudioUntouched)
         audio::FileWriterWAVGSM w(wide(pcm), true); // PCM is no GSM
         EXPECT_FALSE(w.is_good());
     }
-    EXPECT_EQ(sox_raw(pcm, 16), ref.bytes);
+    EXPECT_EQ(sox_raw(pcm), ref.bytes);
 }
 
 TEST(FileWriterWAV, FullFileSystemLeavesAValidFileCutAtAUnitBoundary)
@@ -370,7 +361,7 @@ TEST(FileWriterWAV, FullFileSystemLeavesAValidFileCutAtAUnitBoundary)
     EXPECT_EQ(file.size(), 44u + 4 * 30000);
     EXPECT_EQ(le(file, 40), 4u * 30000);
     EXPECT_EQ(le(file, 4), file.size() - 8);
-    EXPECT_EQ(sox_raw(pcm, 16), ref.bytes.substr(0, 4 * 30000));
+    EXPECT_EQ(sox_raw(pcm), ref.bytes.substr(0, 4 * 30000));
 
     // ADPCM: the limit in the middle of a block.
     const Reference speech = audio_test::sox_reference("pcm_s16_speech_16000.wav");
