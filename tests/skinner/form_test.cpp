@@ -56,7 +56,7 @@ public:
 
 } // namespace
 
-TEST(Form, ButtonClicksOnReleaseInsideOnly)
+TEST(Form, ButtonClicksOnReleaseInsideOnlyAndNeverThroughADisabledOne)
 {
     TestScreen screen(2);
     ButtonsForm form(screen.properties());
@@ -86,25 +86,22 @@ TEST(Form, ButtonClicksOnReleaseInsideOnly)
     screen.release();
     EXPECT_FALSE(form.loop.is_checked());
     EXPECT_EQ(form.loop.get_text(), L"Loop");
-}
 
-TEST(Form, DisabledTopControlBlocksTheOneBeneath)
-{
-    TestScreen screen(1);
-    ButtonsForm form(screen.properties());
+    // A disabled control on top blocks the one beneath; a hidden one takes
+    // nothing, and the one beneath is hit.
+    form.clicks.clear();
     form.disabled.set_rect(form.ok.position(), form.ok.size());
     screen.press_at(form.center_of(L"btnOk"));
     EXPECT_EQ(form.capture(), nullptr);
     screen.release();
     EXPECT_TRUE(form.clicks.empty());
-    // A hidden control takes nothing: the one beneath is hit.
     form.hidden.set_rect(form.cancel.position(), form.cancel.size());
     screen.press_at(form.center_of(L"btnCancel"));
     screen.release();
     EXPECT_EQ(form.clicks_of(L"btnCancel"), 1);
 }
 
-TEST(Form, TabWrapsBothWays)
+TEST(Form, TabWrapsEscapeAndEnterClickAtKeyUpAndLettersReachOnTextOnly)
 {
     TestScreen screen(1);
     ButtonsForm form(screen.properties());
@@ -125,12 +122,7 @@ TEST(Form, TabWrapsBothWays)
     // Hiding the focused control moves the focus on.
     form.masked.set_visible(false);
     EXPECT_EQ(form.focused(), &form.ok);
-}
 
-TEST(Form, EscapeAndEnterClickAtKeyUp)
-{
-    TestScreen screen(1);
-    ButtonsForm form(screen.properties());
     form.set_focus(nullptr, skinner::kFocusByProgram);
     EXPECT_EQ(form.default_button(), &form.ok) << "BUTTON_OK is the form's Enter";
     form.set_cancel_button(&form.cancel);
@@ -145,12 +137,8 @@ TEST(Form, EscapeAndEnterClickAtKeyUp)
     EXPECT_EQ(form.clicks_of(L"btnOk"), 0);
     screen.key_up(SDLK_RETURN);
     EXPECT_EQ(form.clicks_of(L"btnOk"), 1);
-}
 
-TEST(Form, LetterReachesOnTextOnly)
-{
-    TestScreen screen(1);
-    ButtonsForm form(screen.properties());
+    // Letters reach the focused control as text, keys without one as keys.
     KeyCounter counter(&form);
     counter.set_focus();
     ASSERT_EQ(form.focused(), &counter);
