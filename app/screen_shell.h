@@ -21,7 +21,8 @@ class ScreenShell {
 public:
     // Starts SDL video on the display, else (logged) on the offscreen
     // driver, where message forms then log their text and take their
-    // default answer. False when the screen is offscreen.
+    // default answer; an offscreen driver named in SDL_VIDEODRIVER keeps
+    // them waiting for an answer. False when the screen is offscreen.
     static bool start_video();
     // Whether SDL draws offscreen (no display, or a test asked for it).
     static bool offscreen();

@@ -213,6 +213,9 @@ void Form::do_modal()
     set_active(true);
     os::log() << " Form::do_modal: 3\n";
     show(true);
+    // A dialog waits for an answer: a hidden window comes forward for it.
+    if ((parent_ || previous) && !screen->window_shown())
+        screen->show_window(true);
     screen->update_title();
     screen->loop().run([] {
         if (g_end_requests > 0) {
