@@ -344,8 +344,9 @@ TEST(ImageLoader, RefusesFilesThatLieOrAreCutShort)
     EXPECT_FALSE(decode_platform_image(png, ImageKind::gif, L"png.gif"));
 }
 
-TEST(ImageLoader, SkinStoreReadsLooseFilesIgnoringCase)
+TEST(ImageLoader, SkinStoreReadsStoredArchiveEntriesBeforeLooseFilesIgnoringCase)
 {
+    // Not an archive: loose files only, whatever the case of their names.
     test::TempDir dir;
     test::write_file(dir / "Title.PNG", png_bytes(new_surface(2, 3, 0xFF112233u).get()));
     test::write_file(dir / "plain.skin", "not an archive");
@@ -357,11 +358,8 @@ TEST(ImageLoader, SkinStoreReadsLooseFilesIgnoringCase)
     EXPECT_FALSE(store->read_loose(L"title.gif", bytes));
     Picture p((dir / "plain.skin").wstring(), L"title", false, 1);
     EXPECT_EQ(p.bitmap_size(), (Point{2, 3}));
-}
 
-TEST(ImageLoader, SkinStoreReadsStoredArchiveEntriesBeforeLooseFiles)
-{
-    test::TempDir dir;
+    // Stored entries of an archive come first.
     test::write_file(dir / "frame.bmp", bmp_bytes(new_surface(4, 3, 0xFF00FF00u).get()));
     test::write_file(dir / "late.bmp", bmp_bytes(new_surface(4, 3, 0xFF00FF00u).get()));
     ASSERT_EQ(test::run("cd '" + dir.path().string() + "' && zip -q -0 pack.skin frame.bmp && zip -q -9 pack.skin " +
