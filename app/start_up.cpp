@@ -33,6 +33,51 @@ bool is_keyword(const std::wstring& line)
     return line.empty() || line == kHideCommand || line == kRunAtTimeCommand;
 }
 
+// At the zoom the registry store keeps, else the largest that fits the desktop.
+std::unique_ptr<skinner::Properties> choose_start_skin(const Settings& settings, skinner::SkinChoice& choice)
+{
+    std::wstring language;
+    settings.language_file(language);
+    std::unique_ptr<skinner::Properties> skin =
+        skinner::choose_skin(settings.skin, ScreenShell::saved_zoom(), ScreenShell::desktop_size(), language, &choice);
+    if (skin)
+        os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
+    return skin;
+}
+
+// The program's life on its main window, from this start's own command line
+// until the window closes or a quit signal comes.
+void run_main_window(os::Application& app, Document& document, skinner::Properties& skin,
+                     const skinner::SkinChoice& choice, const std::wstring& command_line)
+{
+    // The window stays hidden until this start's command line says otherwise.
+    ScreenShell screen(app.loop(), choice);
+    MainForm form(skin, document);
+    if (!app.listen_for_command_lines([&form](const std::wstring& line) { form.on_command_line(line); }))
+        os::log() << "start-up: later starts can't reach this instance\n";
+    // Desktop media keys and playerctl; without a session bus the player
+    // has logged why and the program goes on without it.
+    MprisPlayer media_player(
+        document, [&form](const std::wstring& command) { return form.on_command(command); },
+        [&form] { form.bring_up(); });
+    media_player.publish();
+    form.on_command_line(command_line);
+    app.release_instance_lock();
+    document.notify_views(ChangeFlags::all());
+
+    form.do_modal();
+
+    // Closed or told to end while recording: the file is finished first.
+    if (document.is_recording()) {
+        os::log() << "start-up: the recording stops before the end\n";
+        document.stop(nullptr);
+    }
+    media_player.stop();
+    app.stop_listening();
+    if (screen.zoom() != ScreenShell::saved_zoom())
+        ScreenShell::save_zoom(screen.zoom());
+}
+
 } // namespace
 
 std::wstring compose_command_line(const std::vector<std::string>& args, const std::wstring& working_folder)
@@ -68,46 +113,14 @@ int run_quillaphonics(const std::vector<std::string>& args)
     // The Document owns the settings: it reads them here and writes them as
     // it goes, at the very end.
     Document document;
-    const Settings& settings = document.settings();
 
-    // The skin of the settings for its own screen (at the zoom of the last
-    // run, else the largest that fits the desktop), else the default skin;
+    // The skin of the settings for its own screen, else the default skin;
     // without a usable one the program ends here, its settings still kept.
     ScreenShell::start_video();
-    std::wstring language;
-    settings.language_file(language);
     skinner::SkinChoice choice;
-    std::unique_ptr<skinner::Properties> skin =
-        skinner::choose_skin(settings.skin, ScreenShell::saved_zoom(), ScreenShell::desktop_size(), language, &choice);
+    std::unique_ptr<skinner::Properties> skin = choose_start_skin(document.settings(), choice);
     if (!skin)
         return 0;
-    os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
-
-    // The window stays hidden until this start's command line says otherwise.
-    ScreenShell screen(app.loop(), choice);
-    MainForm form(*skin, document);
-    if (!app.listen_for_command_lines([&form](const std::wstring& line) { form.on_command_line(line); }))
-        os::log() << "start-up: later starts can't reach this instance\n";
-    // Desktop media keys and playerctl; without a session bus the player
-    // has logged why and the program goes on without it.
-    MprisPlayer media_player(
-        document, [&form](const std::wstring& command) { return form.on_command(command); },
-        [&form] { form.bring_up(); });
-    media_player.publish();
-    form.on_command_line(command_line);
-    app.release_instance_lock();
-    document.notify_views(ChangeFlags::all());
-
-    form.do_modal();
-
-    // Closed or told to end while recording: the file is finished first.
-    if (document.is_recording()) {
-        os::log() << "start-up: the recording stops before the end\n";
-        document.stop(nullptr);
-    }
-    media_player.stop();
-    app.stop_listening();
-    if (screen.zoom() != ScreenShell::saved_zoom())
-        ScreenShell::save_zoom(screen.zoom());
+    run_main_window(app, document, *skin, choice, command_line);
     return 0;
 }
