@@ -30,7 +30,7 @@ std::vector<std::int16_t> mpcdec(const std::filesystem::path& f)
     return samples_of(test::sox16(wav));
 }
 
-TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
+TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLengthAFrameAtATime)
 {
     const auto f = mpc_file();
     const auto ref = mpcdec(f);
@@ -60,30 +60,25 @@ TEST(DecoderMPC, DecodesAsMpcdecDoesWithTheSourcesLength)
     PCMData r;
     d.get_data(r, 100);
     EXPECT_TRUE(r.empty());
-}
 
-TEST(DecoderMPC, HandsOutPartsOfAFrameAndKeepsTheRest)
-{
-    const auto f = mpc_file();
-    const auto ref = mpcdec(f);
-    DecoderMPC d(wide(f));
-    ASSERT_TRUE(d.is_open());
+    // Parts of a frame are handed out and the rest kept for the next pull.
+    DecoderMPC fresh(wide(f));
     PCMData first;
-    d.get_data(first, 100);
+    fresh.get_data(first, 100);
     EXPECT_EQ(first.sample_count(), 100u);
     // A whole Musepack frame was decoded, the first one short by the
     // decoder's delay: the position counts all of it.
-    const std::int32_t decoded = d.get_position();
+    const std::int32_t decoded = fresh.get_position();
     EXPECT_EQ(decoded, 1152 - 481);
     PCMData rest;
-    d.get_data(rest, 5000);
+    fresh.get_data(rest, 5000);
     EXPECT_EQ(rest.sample_count(), std::size_t(decoded) - 100);
-    EXPECT_EQ(d.get_position(), decoded);
+    EXPECT_EQ(fresh.get_position(), decoded);
     PCMData next;
-    d.get_data(next, 5000);
+    fresh.get_data(next, 5000);
     EXPECT_EQ(next.sample_count(), 1152u);
-    const auto ours = samples_of(bytes_of(first.bytes) + bytes_of(rest.bytes) + bytes_of(next.bytes));
-    EXPECT_LE(max_difference(ours, ref, 0), kTolerance);
+    const auto parts = samples_of(bytes_of(first.bytes) + bytes_of(rest.bytes) + bytes_of(next.bytes));
+    EXPECT_LE(max_difference(parts, ref, 0), kTolerance);
 }
 
 TEST(DecoderMPC, SeeksToTheSampleBeforeAndAfterReadsAndTransfers)
