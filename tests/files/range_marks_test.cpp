@@ -390,16 +390,8 @@ namespace {
 // leaves behind does not depend on the file system.
 std::unique_ptr<test::TempDir> memory_folder()
 {
-    const char* old = std::getenv("TMPDIR");
-    const std::string saved = old ? old : "";
-    if (::access("/dev/shm", W_OK) == 0)
-        ::setenv("TMPDIR", "/dev/shm", 1);
-    auto dir = std::make_unique<test::TempDir>();
-    if (old)
-        ::setenv("TMPDIR", saved.c_str(), 1);
-    else
-        ::unsetenv("TMPDIR");
-    return dir;
+    test::ScopedEnv tmp("TMPDIR", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::getenv("TMPDIR"));
+    return std::make_unique<test::TempDir>();
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,27 +16,14 @@
 namespace {
 
 // Runs the test in a time zone of its choice, restoring the old one after.
-class ScopedTimeZone {
-public:
-    explicit ScopedTimeZone(const char* tz)
-    {
-        if (const char* old = std::getenv("TZ"))
-            old_ = old, had_ = true;
-        ::setenv("TZ", tz, 1);
-        ::tzset();
-    }
+struct ScopedTimeZone {
+    explicit ScopedTimeZone(const char* tz) : env(std::make_unique<test::ScopedEnv>("TZ", tz)) { ::tzset(); }
     ~ScopedTimeZone()
     {
-        if (had_)
-            ::setenv("TZ", old_.c_str(), 1);
-        else
-            ::unsetenv("TZ");
+        env.reset();
         ::tzset();
     }
-
-private:
-    std::string old_;
-    bool had_ = false;
+    std::unique_ptr<test::ScopedEnv> env;
 };
 
 std::string trim(std::string s)

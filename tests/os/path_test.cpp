@@ -16,28 +16,7 @@ namespace {
 
 using test::wide;
 
-// Sets one environment variable for the length of a scope.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const std::string& value) : name_(name)
-    {
-        if (const char* old = std::getenv(name))
-            old_ = old, had_ = true;
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv()
-    {
-        if (had_)
-            ::setenv(name_, old_.c_str(), 1);
-        else
-            ::unsetenv(name_);
-    }
-
-private:
-    const char* name_;
-    std::string old_;
-    bool had_ = false;
-};
+using test::ScopedEnv;
 
 } // namespace
 
@@ -84,7 +63,7 @@ TEST(PathMacros, FollowTheEnvironment)
     {
         // A configuration folder with a non-ASCII name.
         fs::path config = home.root() / "cönfig";
-        ScopedEnv e("XDG_CONFIG_HOME", config.string());
+        ScopedEnv e("XDG_CONFIG_HOME", config.c_str());
         os::init_path_macros();
         EXPECT_EQ(os::macro_value(L"%app_data%"), wide(config / "quillaphonics"));
         EXPECT_EQ(os::expand_path(L"%app_data%\\a"), wide(config / "quillaphonics" / "a"));

@@ -42,16 +42,8 @@ void make_recorder(const fs::path& script, const fs::path& out)
     ::chmod(script.c_str(), 0755);
 }
 
-class ScopedPath {
-public:
-    explicit ScopedPath(const std::string& value) : old_(std::getenv("PATH") ? std::getenv("PATH") : "")
-    {
-        ::setenv("PATH", value.c_str(), 1);
-    }
-    ~ScopedPath() { ::setenv("PATH", old_.c_str(), 1); }
-
-private:
-    std::string old_;
+struct ScopedPath : test::ScopedEnv {
+    explicit ScopedPath(const std::string& value) : ScopedEnv("PATH", value.c_str()) {}
 };
 
 } // namespace

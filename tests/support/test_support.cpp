@@ -79,6 +79,24 @@ PrivateHome::~PrivateHome()
         ::unsetenv(name.c_str());
 }
 
+ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name)
+{
+    if (const char* old = std::getenv(name))
+        old_ = old, had_ = true;
+    if (value)
+        ::setenv(name, value, 1);
+    else
+        ::unsetenv(name);
+}
+
+ScopedEnv::~ScopedEnv()
+{
+    if (had_)
+        ::setenv(name_, old_.c_str(), 1);
+    else
+        ::unsetenv(name_);
+}
+
 int run(const std::string& command, std::string* out)
 {
     FILE* p = ::popen(command.c_str(), "r");

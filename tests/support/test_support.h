@@ -53,6 +53,21 @@ private:
     std::vector<std::string> unset_;
 };
 
+// Sets (or, with a null value, unsets) one environment variable for the
+// length of a scope.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    const char* name_;
+    std::string old_;
+    bool had_ = false;
+};
+
 // Runs a shell command; returns its exit status, its standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
 // `s` in single quotes for the shell.
