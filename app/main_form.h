@@ -81,6 +81,9 @@ public:
     // Null while the form stands on no screen.
     skinner::HardwareKeysImpl* hardware_keys() const { return hardware_keys_.get(); }
     skinner::MenuManagerImpl* menu_bar() const { return menu_bar_.get(); }
+    // The folder of the dialogs' skin, the language files and the help:
+    // "%app_path%", unless a test moves it.
+    void set_program_folder(const std::wstring& folder) { program_folder_ = folder; }
 
 private:
     // The commands (main_form_commands.cpp).
@@ -104,6 +107,8 @@ private:
     void show_help();
     void show_about();
     void exit();
+    // `path` with a leading "%app_path%" in the program folder.
+    std::wstring in_program_folder(const std::wstring& path) const;
     // Keys (main_form_keys.cpp): left, right, up, down and the action key.
     bool on_joystick(int key);
 
@@ -156,4 +161,5 @@ private:
     skinner::MenuMainButton mode_menu_;
     std::unique_ptr<skinner::HardwareKeysImpl> hardware_keys_;
     std::unique_ptr<skinner::MenuManagerImpl> menu_bar_;
+    std::wstring program_folder_ = L"%app_path%";
 };

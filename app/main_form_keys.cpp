@@ -85,11 +85,10 @@ bool MainForm::on_keydown(int key)
 
 bool MainForm::on_joystick(int key)
 {
-    // Up, down and the action key move in the file list while it is shown:
-    // the explorer panel (panel 0) gets them as the focused control would.
-    const bool explorer_shown = mode_.state() == 0;
-    if (key != skinner::kKeyRight && explorer_shown && key != skinner::kKeyLeft)
-        return Form::on_keydown(key);
+    // Up, down and the action key belong to the file list while it shows.
+    const bool sideways = key == skinner::kKeyLeft || key == skinner::kKeyRight;
+    if (!sideways && explorer_.own_visible())
+        return explorer_.on_keydown(key);
     const Settings& settings = document_.settings();
     if (key != skinner::kKeyRight && !settings.joy_left_action.empty()) {
         on_command(settings.joy_left_action);

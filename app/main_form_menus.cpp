@@ -14,11 +14,6 @@ constexpr const wchar_t* kModeNames[] = {L"PlaybackModeSingleFile", L"PlaybackMo
                                          L"PlaybackModeAllFilesByOrder", L"PlaybackModeAllFilesRepeating",
                                          L"PlaybackModeShuffle"};
 
-// Keys that no setting names keep a command of their own: the media keys
-// play, stop, step, seek and turn the volume.
-constexpr const wchar_t* kDefaultButtons[] = {L"Play",   L"Stop",    L"Prev",     L"Next",
-                                              L"Rewind", L"Forward", L"VolumeUp", L"VolumeDown"};
-
 constexpr const wchar_t* kFileMenu[] = {L"Settings", L"Help", L"About", L"Exit"};
 
 constexpr const wchar_t* kAboutTitle = L"Kelb Quillaphonics v1.8";
@@ -91,7 +86,7 @@ void MainForm::show_help()
         os::log() << "MainForm: the skin names no help\n";
         return;
     }
-    os::execute_file(L"%app_path%/" + link, std::wstring());
+    os::execute_file(in_program_folder(L"%app_path%/" + link), std::wstring());
 }
 
 void MainForm::show_about()
@@ -99,17 +94,23 @@ void MainForm::show_about()
     skinner::Screen* screen = skinner::Screen::instance();
     std::wstring language;
     document_.settings().language_file(language);
-    skinner::Properties skin(skinner::kSettingsSkinPath, screen ? screen->size() : size());
+    skinner::Properties skin(in_program_folder(skinner::kSettingsSkinPath), screen ? screen->size() : size());
     if (!skin.impl().is_valid() || skin.item_count(L"About") == 0) {
         os::log() << "MainForm: the settings skin has no about box\n";
         return;
     }
     if (!language.empty())
-        skin.load_language(language);
+        skin.load_language(in_program_folder(language));
     dialogs::FormAbout(this, skin, kAboutTitle, L"About").run();
     ChangeFlags general;
     general.general = true;
     document_.notify_views(general);
+}
+
+std::wstring MainForm::in_program_folder(const std::wstring& path) const
+{
+    const std::wstring macro = L"%app_path%";
+    return path.compare(0, macro.size(), macro) == 0 ? program_folder_ + path.substr(macro.size()) : path;
 }
 
 void MainForm::exit()

@@ -247,8 +247,12 @@ void Form::close()
     os::log() << " WM_CLOSE received\n";
     if (!combo_ && !can_close())
         return;
-    ++g_end_requests;
     show(false);
+    // Only a form that runs its own loop ends one: a drop-down or a form
+    // shown beside others must not end the loop of the modal form below.
+    if (!modal_)
+        return;
+    ++g_end_requests;
     if (Screen* screen = Screen::instance())
         screen->loop().wake();
 }

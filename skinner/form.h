@@ -58,8 +58,8 @@ public:
     void do_modal();
     // Dispatches what waits and returns.
     void pump();
-    // Asks the form to close: hides it and ends the innermost modal loop
-    // when can_close agrees.
+    // Asks the form to close: hides it when can_close agrees and, if the
+    // form runs modally, ends the innermost modal loop.
     void close();
     bool is_modal() const { return modal_; }
 

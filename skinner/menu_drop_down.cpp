@@ -67,7 +67,7 @@ public:
         owner_->choose(owner_->row_at(p));
     }
 
-private:
+    int pressed() const { return pressed_; }
     void press(int row)
     {
         if (row == pressed_)
@@ -94,6 +94,55 @@ MenuDropDown::MenuDropDown(Form* owner, Properties& properties, const MenuRecord
 }
 
 MenuDropDown::~MenuDropDown() { rows_.reset(); }
+
+int MenuDropDown::highlighted() const
+{
+    int row = rows_->pressed();
+    return row >= 0 && row < int(menu_.sub_items.size()) && menu_.sub_items[size_t(row)].enabled ? row : -1;
+}
+
+void MenuDropDown::set_highlighted(int row)
+{
+    bool lit = row >= 0 && row < int(menu_.sub_items.size()) && menu_.sub_items[size_t(row)].enabled;
+    rows_->press(lit ? row : -1);
+}
+
+int MenuDropDown::next_enabled(int row, int step) const
+{
+    const int n = int(menu_.sub_items.size());
+    // From none, Down finds the first entry and Up the last.
+    int at = row < 0 ? (step > 0 ? -1 : n) : row;
+    for (int i = 0; i < n; ++i) {
+        at = ((at + step) % n + n) % n;
+        if (menu_.sub_items[size_t(at)].enabled)
+            return at;
+    }
+    return -1;
+}
+
+bool MenuDropDown::on_keydown(int key)
+{
+    switch (key) {
+    case kKeyUp:
+    case kKeyDown:
+        set_highlighted(next_enabled(highlighted(), key == kKeyDown ? 1 : -1));
+        return true;
+    case kKeyEnter:
+    case kKeySpace:
+        choose(highlighted());
+        return true;
+    case kKeyEscape:
+        close();
+        return true;
+    case kKeyLeft:
+    case kKeyRight:
+        if (neighbour_)
+            neighbour_(key == kKeyRight ? 1 : -1);
+        return true;
+    default:
+        return FormCombo::on_keydown(key);
+    }
+}
 
 int MenuDropDown::row_at(Point point) const
 {

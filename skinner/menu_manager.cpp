@@ -33,6 +33,7 @@ MenuManagerImpl::MenuManagerImpl(Screen& screen, Properties& properties, Form& f
 MenuManagerImpl::~MenuManagerImpl()
 {
     drop_.reset();
+    retired_.reset();
     screen_.set_strip(nullptr);
     if (ControlMenuMain* menu = form_.main_menu())
         menu->set_change_handler({});
@@ -80,6 +81,8 @@ int MenuManagerImpl::entry_at(Point point) const
 
 void MenuManagerImpl::strip_pointer_down(Point point)
 {
+    if (blocked())
+        return;
     pressed_ = entry_at(point);
     screen_.present_strip();
 }
@@ -94,19 +97,41 @@ void MenuManagerImpl::strip_pointer_up(Point point)
         open(at);
 }
 
+bool MenuManagerImpl::blocked() const
+{
+    Form* modal = Form::current_modal();
+    return modal && modal != &form_;
+}
+
 bool MenuManagerImpl::strip_key(SDL_Keycode key)
 {
-    if (key != SDLK_F10)
+    if (key != SDLK_F10 || blocked())
         return false;
+    if (drop_ && drop_->is_visible()) {
+        drop_->close();
+        return true;
+    }
     for (int i = 0; i < int(entries_.size()); ++i)
         if (entries_[size_t(i)].submenu) {
-            open(i);
+            open(i, true);
             break;
         }
     return true;
 }
 
-void MenuManagerImpl::open(int index)
+void MenuManagerImpl::open_neighbour(int step)
+{
+    const int n = int(entries_.size());
+    for (int i = open_index_ + step; i >= 0 && i < n; i += step) {
+        const Entry& e = entries_[size_t(i)];
+        if (e.submenu && e.record.enabled) {
+            open(i, true);
+            return;
+        }
+    }
+}
+
+void MenuManagerImpl::open(int index, bool by_key)
 {
     // The entry may have changed since the bar was drawn.
     rebuild();
@@ -121,9 +146,17 @@ void MenuManagerImpl::open(int index)
             e.record.receiver->on_command(e.record.id);
         return;
     }
-    drop_.reset();
+    // A drop-down may ask for its neighbour from its own key handler: it
+    // stays alive, hidden, until the next one is replaced.
+    if (drop_)
+        drop_->show(false);
+    retired_ = std::move(drop_);
     Point bottom_left{e.x - form_.screen_position().x, screen_.size().y - form_.screen_position().y};
     drop_ = std::make_unique<MenuDropDown>(&form_, properties_, e.record, bottom_left);
+    open_index_ = index;
+    drop_->set_neighbour_handler([this](int step) { open_neighbour(step); });
+    if (by_key)
+        drop_->set_highlighted(drop_->next_enabled(-1, 1));
 }
 
 } // namespace skinner

@@ -12,7 +12,9 @@
 // screen with the skin's "MenuBar" look (Background, Item, ItemPressed, font
 // Normal, colours Normal and Disabled): its entries left to right in order.
 // A tap on a command entry sends its command; on a sub-menu entry it drops
-// the sub-menu down above the bar; F10 drops the first sub-menu down.
+// the sub-menu down above the bar; F10 drops the first sub-menu down, and
+// closes it again; Left and Right in a drop-down go to the neighbouring
+// sub-menu. While another form runs modally the bar takes nothing.
 // Disabled entries are grey and send nothing. Threads: the user-interface
 // thread only. The manager borrows the screen, the skin and the form, and
 // owns the drop-down it opened.
@@ -47,7 +49,12 @@ public:
 
 private:
     int entry_at(Point point) const;
-    void open(int index);
+    // `by_key`: the drop-down lights its first enabled entry.
+    void open(int index, bool by_key = false);
+    // The next enabled sub-menu from the open one in direction `step`.
+    void open_neighbour(int step);
+    // Another form runs modally above this one: the bar waits.
+    bool blocked() const;
 
     Screen& screen_;
     Properties& properties_;
@@ -59,6 +66,8 @@ private:
     std::vector<Entry> entries_;
     int pressed_ = -1;
     std::unique_ptr<MenuDropDown> drop_;
+    std::unique_ptr<MenuDropDown> retired_;
+    int open_index_ = -1; // the entry whose drop-down is open
 };
 
 } // namespace skinner

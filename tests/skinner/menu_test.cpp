@@ -30,7 +30,10 @@ struct MenuListener : skinner::Listener {
         about.id = L"About";
         about.text = L"A&bout";
         about.enabled = false;
-        menu->items = {play, about};
+        skinner::MenuRecord exit;
+        exit.id = L"Exit";
+        exit.text = L"Exit";
+        menu->items = {play, about, exit};
         return 1;
     }
     int on_command(const std::wstring& name) override
@@ -65,7 +68,7 @@ TEST(MenuMain, SkinEntriesListInOrderWhileVisible)
     skinner::MenuRecord file = menu->items()[0]->describe();
     EXPECT_EQ(file.text, L"Menu");
     EXPECT_FALSE(file.icon.natural_size().x == 0);
-    ASSERT_EQ(file.sub_items.size(), 2u);
+    ASSERT_EQ(file.sub_items.size(), 3u);
     EXPECT_EQ(file.sub_items[0].text, L"Play") << "no mnemonic marks";
     EXPECT_TRUE(file.sub_items[0].separator);
     EXPECT_EQ(file.sub_items[1].text, L"About");
@@ -135,7 +138,7 @@ TEST(MenuMain, SubMenuDropsDownAndSendsOnlyEnabledEntries)
     skinner::MenuDropDown drop(&form, screen.properties(), file, {10, 320});
     screen.settle();
     int h = drop.row_height();
-    ASSERT_EQ(drop.size().y, 2 * h);
+    ASSERT_EQ(drop.size().y, 3 * h);
     EXPECT_EQ(drop.screen_position().y + drop.size().y, 320) << "opens upward from the bar";
     EXPECT_LT(darkest_in(drop, 0, h), 0x30 * 3 + 0x60) << "an enabled entry is in dark ink";
     EXPECT_GT(darkest_in(drop, h, h), 0xa0 * 3) << "a disabled entry is grey";
@@ -197,4 +200,52 @@ TEST(MenuMain, BarBelowTheScreenOpensByTapAndF10)
     screen.press_at(entry_center(1));
     screen.release();
     EXPECT_EQ(listener.commands.size(), 2u);
+}
+
+TEST(MenuMain, DropDownGoesByKeysOverTheEnabledEntries)
+{
+    MainOnScreen main;
+    auto& [screen, listener, form] = main;
+    skinner::MenuManagerImpl bar(screen.screen(), screen.properties(), form);
+    auto open_drop = [&] { return bar.drop_down() && bar.drop_down()->is_visible() ? bar.drop_down() : nullptr; };
+
+    // F10 lights the first entry; Down and Up step over the disabled one
+    // and go round the ends.
+    screen.key(SDLK_F10);
+    ASSERT_NE(open_drop(), nullptr);
+    const std::pair<SDL_Keycode, int> steps[] = {{SDLK_DOWN, 2}, {SDLK_DOWN, 0}, {SDLK_UP, 2}, {SDLK_UP, 0}};
+    EXPECT_EQ(open_drop()->highlighted(), 0);
+    for (const auto& [key, lit] : steps) {
+        screen.key(key);
+        EXPECT_EQ(open_drop()->highlighted(), lit) << "after key " << key;
+    }
+    // Left and Right find no other sub-menu on this bar: the same one stays.
+    skinner::MenuDropDown* file = open_drop();
+    screen.key(SDLK_RIGHT);
+    screen.key(SDLK_LEFT);
+    EXPECT_EQ(open_drop(), file);
+    // Enter and Space run the lit entry and close the drop-down.
+    screen.key(SDLK_UP);
+    screen.key(SDLK_RETURN);
+    EXPECT_EQ(open_drop(), nullptr);
+    screen.key(SDLK_F10);
+    screen.key(SDLK_SPACE);
+    EXPECT_EQ(listener.commands, (std::vector<std::wstring>{L"Exit", L"Play"}));
+    // Escape and F10 close it without a command.
+    for (SDL_Keycode closer : {SDLK_ESCAPE, SDLK_F10}) {
+        screen.key(SDLK_F10);
+        ASSERT_NE(open_drop(), nullptr);
+        screen.key(closer);
+        EXPECT_EQ(open_drop(), nullptr) << "closed by " << closer;
+    }
+    EXPECT_EQ(listener.commands.size(), 2u);
+
+    // Left and Right ask the bar for the neighbouring sub-menu.
+    std::vector<int> asked;
+    skinner::MenuDropDown drop(&form, screen.properties(), form.main_menu()->items()[0]->describe(), {0, 320});
+    drop.set_neighbour_handler([&](int step) { asked.push_back(step); });
+    drop.show(true);
+    screen.key(SDLK_LEFT);
+    screen.key(SDLK_RIGHT);
+    EXPECT_EQ(asked, (std::vector<int>{-1, 1}));
 }

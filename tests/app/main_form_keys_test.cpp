@@ -1,0 +1,351 @@
+// The main window's keys, hardware keys, joystick and menus on the Default
+// skin, headless (offscreen video, disk audio), driven by real SDL key
+// events. sox makes the tones that play.
+#include "app/main_form.h"
+
+#include "app/settings.h"
+#include "dialogs/form_about.h"
+#include "liba/active.h"
+#include "liba/text.h"
+#include "liba/timer.h"
+#include "os/event_loop.h"
+#include "os/path.h"
+#include "skinner/form_impl.h"
+#include "skinner/form_message.h"
+#include "skinner/menu_drop_down.h"
+#include "skinner/png_writer.h"
+#include "skinner/screen.h"
+#include "tests/support/test_support.h"
+
+#include <SDL.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+namespace fs = std::filesystem;
+using skinner::Point;
+
+namespace {
+
+std::wstring w(const fs::path& p) { return liba::from_utf8(p.string()); }
+
+void push_click(Point at)
+{
+    for (Uint32 type : {SDL_MOUSEBUTTONDOWN, SDL_MOUSEBUTTONUP}) {
+        SDL_Event e{};
+        e.type = type;
+        e.button.button = SDL_BUTTON_LEFT;
+        e.button.clicks = 1;
+        e.button.x = at.x;
+        e.button.y = at.y;
+        SDL_PushEvent(&e);
+    }
+}
+
+// Answers the modal forms that come up while a loop runs, as a user would:
+// a click on "btnOk", after noting the form and drawing it to a picture.
+class Answerer : liba::Timer::Listener {
+public:
+    explicit Answerer(fs::path png) : png_(std::move(png)) { timer_.start(0.1); }
+    ~Answerer() override = default;
+    std::vector<std::wstring> texts; // caption, then text or title, of each
+
+private:
+    void on_timer(liba::Timer&) override
+    {
+        skinner::Form* m = skinner::Form::current_modal();
+        if (m && m != answered_ && !dynamic_cast<MainForm*>(m)) {
+            answered_ = m;
+            if (auto* message = dynamic_cast<skinner::FormMessage*>(m))
+                texts.insert(texts.end(), {message->caption(), message->text()});
+            if (auto* about = dynamic_cast<dialogs::FormAbout*>(m)) {
+                texts.insert(texts.end(), {about->caption(), about->title_text()});
+                m->paint_dirty();
+                skinner::write_png(png_.string(), m->impl().back_buffer());
+            }
+            for (skinner::Control* c : m->children())
+                if (c->id() == L"btnOk")
+                    push_click(m->screen_position() + c->position() + Point{c->size().x / 2, c->size().y / 2});
+        }
+        timer_.start(0.1);
+    }
+    fs::path png_;
+    skinner::Form* answered_ = nullptr;
+    liba::Timer timer_{*this};
+};
+
+class MainFormKeysTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        os::init_path_macros();
+        setenv("SDL_VIDEODRIVER", "offscreen", 1);
+        setenv("SDL_AUDIODRIVER", "disk", 1);
+        setenv("SDL_DISKAUDIOFILE", (dir.path() / "out.raw").c_str(), 1);
+        setenv("SDL_DISKAUDIOFILEIN", (dir.path() / "in.raw").c_str(), 1);
+        unsetenv("SDL_DISKAUDIODELAY");
+        document = std::make_unique<Document>(w(dir.path() / "settings.xml"));
+        loop = std::make_unique<os::EventLoop>(scheduler);
+        skin = std::make_unique<skinner::Properties>(
+            w(test::program_dir() / "skins" / "Default" / "Default.skin"), Point{240, 320});
+        EXPECT_TRUE(skin->load_language(w(test::program_dir() / "English.lng")));
+        screen = std::make_unique<skinner::Screen>(*loop, Point{240, 320});
+        form = std::make_unique<MainForm>(*skin, *document);
+        form->set_program_folder(w(test::program_dir()));
+        form->show(true);
+        form->set_active(true);
+        screen->paint_now();
+    }
+    void TearDown() override
+    {
+        form.reset();
+        screen.reset();
+        skin.reset();
+        loop.reset();
+        document.reset();
+    }
+    fs::path tone(const std::string& name)
+    {
+        fs::path p = dir.path() / name;
+        EXPECT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 '" + p.string() + "' synth 12 sine 440 vol 0.4"), 0);
+        return p;
+    }
+    // A key pressed and let go, as SDL reports it, with its modifiers.
+    void key(SDL_Keycode sym, Uint16 mod = KMOD_NONE)
+    {
+        for (Uint32 type : {SDL_KEYDOWN, SDL_KEYUP}) {
+            SDL_Event e{};
+            e.type = type;
+            e.key.state = type == SDL_KEYDOWN ? SDL_PRESSED : SDL_RELEASED;
+            e.key.keysym.sym = sym;
+            e.key.keysym.mod = mod;
+            SDL_PushEvent(&e);
+        }
+        SDL_Event e;
+        while (SDL_PollEvent(&e))
+            screen->handle_event(e);
+    }
+    skinner::ControlButtonMultistate& panel_button()
+    {
+        for (skinner::Control* c : form->children())
+            if (c->id() == L"btnMode")
+                return dynamic_cast<skinner::ControlButtonMultistate&>(*c);
+        ADD_FAILURE() << "no btnMode";
+        std::abort();
+    }
+    void change_settings(const std::function<void(Settings&)>& change)
+    {
+        Settings s = document->settings();
+        change(s);
+        document->apply_settings(s);
+    }
+
+    test::PrivateHome home;
+    test::TempDir dir;
+    CActiveScheduler scheduler;
+    std::unique_ptr<Document> document;
+    std::unique_ptr<os::EventLoop> loop;
+    std::unique_ptr<skinner::Properties> skin;
+    std::unique_ptr<skinner::Screen> screen;
+    std::unique_ptr<MainForm> form;
+};
+
+// What a key may change, read before and after it.
+struct Seen {
+    bool playing, paused, recording;
+    std::wstring path;
+    double time, volume;
+    int mode, marks, panel, zoom;
+    bool remaining;
+    std::wstring mode_label;
+};
+
+} // namespace
+
+TEST_F(MainFormKeysTest, EveryCommandHasAKeyAndTheMediaKeysTheirOwn)
+{
+    const fs::path first = tone("first.wav");
+    const fs::path second = tone("second.wav");
+    // The disk device's input, recorded into the explorer's folder.
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + (dir.path() / "in.raw").string() +
+                        "' synth 5 sine 300 vol 0.5"),
+              0);
+    fs::create_directories(liba::to_utf8(document->settings().explorer_folder));
+    std::vector<playlist::PlaylistEntry> items(2);
+    items[0].path = w(first);
+    items[1].path = w(second);
+    document->set_playlist(L"two", items, 0, false);
+    document->set_volume(0.5);
+    document->notify_views();
+
+    auto seen = [&] {
+        return Seen{document->is_playing(), document->is_paused(), document->is_recording(),
+                    document->current_path(), document->time_position(), document->volume(),
+                    document->play_mode(), document->bookmarks().count(), panel_button().state(),
+                    screen->zoom(), form->clock().shows_remaining(), form->mode_menu().text()};
+    };
+    // The player pulls on meanwhile: a 5-second jump lands within a pull or two.
+    auto jumped = [](double by) {
+        return [by](const Seen& a, const Seen& b) { return std::abs(b.time - a.time - by) < 1.6; };
+    };
+    auto volume_by = [](double by) {
+        return [by](const Seen& a, const Seen& b) { return std::abs(b.volume - a.volume - by) < 1e-9; };
+    };
+    const Uint16 shift = KMOD_LSHIFT, ctrl = KMOD_LCTRL;
+    struct Case {
+        SDL_Keycode key;
+        Uint16 mod;
+        std::function<bool(const Seen&, const Seen&)> done;
+    };
+    const Case cases[] = {
+        {SDLK_SPACE, 0, [&](const Seen&, const Seen& b) { return b.playing && !b.paused && b.path == w(first); }},
+        {SDLK_SPACE, 0, [](const Seen&, const Seen& b) { return b.playing && b.paused; }},
+        {SDLK_AUDIOPLAY, 0, [](const Seen&, const Seen& b) { return b.playing && !b.paused; }},
+        {SDLK_RIGHTBRACKET, 0, jumped(5.0)},
+        {SDLK_LEFTBRACKET, 0, jumped(-5.0)},
+        {SDLK_AUDIOFASTFORWARD, 0, jumped(5.0)},
+        {SDLK_n, 0, [&](const Seen&, const Seen& b) { return b.path == w(second); }},
+        {SDLK_p, 0, [&](const Seen&, const Seen& b) { return b.path == w(first); }},
+        {SDLK_AUDIONEXT, 0, [&](const Seen&, const Seen& b) { return b.path == w(second); }},
+        {SDLK_b, 0, [](const Seen& a, const Seen& b) { return b.marks == a.marks + 1; }},
+        {SDLK_m, 0,
+         [](const Seen& a, const Seen& b) {
+             return b.mode == (a.mode + 1) % 5 && b.mode_label != a.mode_label && !b.mode_label.empty();
+         }},
+        {SDLK_c, 0, [](const Seen& a, const Seen& b) { return b.remaining != a.remaining; }},
+        {SDLK_EQUALS, 0, volume_by(0.1)},
+        {SDLK_EQUALS, shift, volume_by(0.1)},
+        {SDLK_KP_PLUS, 0, volume_by(0.1)},
+        {SDLK_MINUS, 0, volume_by(-0.1)},
+        {SDLK_KP_MINUS, 0, volume_by(-0.1)},
+        {SDLK_VOLUMEDOWN, 0, volume_by(-0.1)},
+        // With Control, plus and minus zoom the screen and leave the volume.
+        {SDLK_EQUALS, ctrl, [](const Seen& a, const Seen& b) { return b.zoom == 2 && b.volume == a.volume; }},
+        {SDLK_MINUS, ctrl, [](const Seen& a, const Seen& b) { return b.zoom == 1 && b.volume == a.volume; }},
+        {SDLK_F2, 0, [](const Seen& a, const Seen& b) { return b.panel == (a.panel + 1) % 4; }},
+        {SDLK_SPACE, shift, [](const Seen&, const Seen& b) { return !b.playing; }},
+        {SDLK_SPACE, 0, [](const Seen&, const Seen& b) { return b.playing; }},
+        {SDLK_s, 0, [](const Seen&, const Seen& b) { return !b.playing; }},
+        {SDLK_r, 0, [](const Seen&, const Seen& b) { return b.recording && !b.paused; }},
+        {SDLK_r, 0, [](const Seen&, const Seen& b) { return b.recording && b.paused; }},
+        {SDLK_r, shift, [](const Seen&, const Seen& b) { return !b.recording; }},
+        // A letter with Alt is the desktop's.
+        {SDLK_s, KMOD_LALT, [](const Seen& a, const Seen& b) { return a.mode == b.mode && !b.playing; }},
+    };
+    for (const Case& c : cases) {
+        const Seen before = seen();
+        key(c.key, c.mod);
+        EXPECT_TRUE(c.done(before, seen())) << SDL_GetKeyName(c.key) << " with modifiers " << c.mod;
+    }
+    key(SDLK_q, ctrl);
+    EXPECT_FALSE(form->is_visible()) << "Ctrl+Q closes the window";
+}
+
+TEST_F(MainFormKeysTest, HardwareKeysAndTheJoystickFollowTheSettings)
+{
+    // The settings as the menu's "Settings" applies them: the keys follow.
+    change_settings([](Settings& s) {
+        s.buttons[0] = L"Mode";    // the media Play key
+        s.buttons[1] = L"";        // Stop: no command, left to the forms
+        s.buttons[8] = L"ClockMode"; // F5
+        s.joy_left_action = L"";
+        s.joy_right_action = L"VolumeUp";
+    });
+    EXPECT_EQ(form->hardware_keys()->command(0), L"Play") << "assigned only when the settings go through the form";
+    {
+        Answerer answer(dir.path() / "unused.png");
+        form->on_command(L"Settings");
+        ASSERT_EQ(answer.texts.size(), 2u) << "a message says the settings pages are still to come";
+        EXPECT_EQ(answer.texts[0], L"Settings");
+        EXPECT_NE(answer.texts[1], L"SettingsFormMissing") << "translated";
+    }
+    const int mode = document->play_mode();
+    key(SDLK_AUDIOPLAY);
+    EXPECT_EQ(document->play_mode(), (mode + 1) % 5);
+    EXPECT_FALSE(form->hardware_keys()->is_assigned(1));
+    const bool remaining = form->clock().shows_remaining();
+    key(SDLK_F5);
+    EXPECT_NE(form->clock().shows_remaining(), remaining);
+
+    // Up, down and the action key belong to the file list while it shows;
+    // left and right run the right action when the left one is empty.
+    document->set_volume(0.2);
+    struct Case {
+        SDL_Keycode key;
+        double volume_after;
+    };
+    const auto run = [&](std::initializer_list<Case> cases, const char* what) {
+        for (const Case& c : cases) {
+            key(c.key);
+            EXPECT_NEAR(document->volume(), c.volume_after, 1e-9) << what << ", key " << SDL_GetKeyName(c.key);
+        }
+    };
+    ASSERT_EQ(panel_button().state(), 0);
+    run({{SDLK_UP, 0.2}, {SDLK_DOWN, 0.2}, {SDLK_RIGHT, 0.3}, {SDLK_LEFT, 0.4}}, "explorer shown, left empty");
+    key(SDLK_F2);
+    run({{SDLK_UP, 0.5}, {SDLK_RETURN, 0.6}, {SDLK_LEFT, 0.7}}, "explorer hidden, left empty");
+    change_settings([](Settings& s) { s.joy_left_action = L"VolumeDown"; });
+    run({{SDLK_LEFT, 0.6}, {SDLK_DOWN, 0.5}, {SDLK_RIGHT, 0.6}}, "explorer hidden, both set");
+}
+
+TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExit)
+{
+    // A stand-in for the desktop's opener notes what it was asked to open.
+    const fs::path bin = dir.path() / "bin";
+    const fs::path args = dir.path() / "args";
+    fs::create_directories(bin);
+    std::ofstream(bin / "xdg-open") << "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" << args.string() << ".tmp'\nmv '"
+                                    << args.string() << ".tmp' '" << args.string() << "'\n";
+    fs::permissions(bin / "xdg-open", fs::perms::owner_all);
+    const std::string old_path = getenv("PATH");
+    setenv("PATH", (bin.string() + ":" + old_path).c_str(), 1);
+    const std::string help = (test::program_dir() / "help" / "index.html").string() + "\n";
+    auto opened = [&] {
+        for (int i = 0; i < 100 && !fs::exists(args); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::string got = test::read_file(args);
+        fs::remove(args);
+        return got;
+    };
+
+    // F10 drops the file menu down, its entries in the skin's language.
+    key(SDLK_F10);
+    skinner::MenuDropDown* drop = form->menu_bar()->drop_down();
+    ASSERT_TRUE(drop && drop->is_visible());
+    std::vector<std::wstring> labels;
+    for (const skinner::MenuRecord& r : drop->menu().sub_items)
+        labels.push_back(r.text);
+    EXPECT_EQ(labels, (std::vector<std::wstring>{L"Settings", L"Help", L"About", L"Exit"}));
+    key(SDLK_DOWN);
+    key(SDLK_RETURN);
+    EXPECT_EQ(opened(), help) << "Help from the menu";
+    key(SDLK_F1);
+    EXPECT_EQ(opened(), help) << "Help by F1";
+    setenv("PATH", old_path.c_str(), 1);
+
+    // About from the menu: the settings skin's box, closed by its OK.
+    const fs::path png = fs::path(QUILL_TEST_OUTPUT_DIR) / "about_box.png";
+    fs::create_directories(png.parent_path());
+    {
+        Answerer answer(png);
+        key(SDLK_F10);
+        key(SDLK_DOWN);
+        key(SDLK_DOWN);
+        key(SDLK_RETURN);
+        EXPECT_EQ(answer.texts, (std::vector<std::wstring>{L"About", L"Kelb Quillaphonics v1.8"}));
+    }
+    EXPECT_EQ(skinner::Form::current_modal(), nullptr);
+    EXPECT_TRUE(fs::exists(png));
+
+    // Exit, the last entry, closes the window.
+    key(SDLK_F10);
+    key(SDLK_UP);
+    key(SDLK_SPACE);
+    EXPECT_FALSE(form->is_visible());
+}
