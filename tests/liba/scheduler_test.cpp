@@ -77,7 +77,7 @@ protected:
     std::vector<std::string> journal_unused;
 };
 
-TEST_P(Scheduler, TimersFireOnceInDueOrderAndRestartMovesTheDueTime)
+TEST_P(Scheduler, TimersFireOnceInDueOrderAndRestartMovesTheDueTimeAndTiesKeepStartingOrder)
 {
     Recorder a(journal, "a"), b(journal, "b"), c(journal, "c");
     liba::Timer ta(a), tb(b), tc(c);
@@ -89,12 +89,9 @@ TEST_P(Scheduler, TimersFireOnceInDueOrderAndRestartMovesTheDueTime)
     EXPECT_EQ(journal, (std::vector<std::string>{"b", "c", "a"}));
     EXPECT_FALSE(ta.is_active() || tb.is_active() || tc.is_active());
     EXPECT_EQ(scheduler->timer_wait_ms(), -1) << "an idle program arms no timer";
-}
 
-TEST_P(Scheduler, TimersDueAtTheSameScanRunInStartingOrder)
-{
-    Recorder a(journal, "a"), b(journal, "b"), c(journal, "c");
-    liba::Timer ta(a), tb(b), tc(c);
+    // Timers due at the same scan run in the order they were started.
+    journal.clear();
     tb.start(0.02);
     tc.start(0.02);
     ta.start(0.02);
@@ -103,7 +100,7 @@ TEST_P(Scheduler, TimersDueAtTheSameScanRunInStartingOrder)
     EXPECT_EQ(journal, (std::vector<std::string>{"b", "c", "a"}));
 }
 
-TEST_P(Scheduler, ZeroTimerPostsWithinStartAndRunsInTheNextPass)
+TEST_P(Scheduler, ZeroTimerPostsWithinStartRunsInTheNextPassAndStopTakesItOut)
 {
     Recorder a(journal, "a");
     liba::Timer t(a);
@@ -112,17 +109,16 @@ TEST_P(Scheduler, ZeroTimerPostsWithinStartAndRunsInTheNextPass)
     EXPECT_TRUE(journal.empty());
     scheduler->dispatch_posted();
     EXPECT_EQ(journal, std::vector<std::string>{"a"});
-}
 
-TEST_P(Scheduler, StopTakesAQueuedTimerOutAndIdleStopDoesNothing)
-{
-    Recorder a(journal, "a"), b(journal, "b");
-    liba::Timer ta(a), tb(b);
-    ta.stop();  // idle
-    ta.start(0);
+    // A stop takes a queued timer out again; a stop of an idle one does nothing.
+    journal.clear();
+    Recorder b(journal, "b");
+    liba::Timer tb(b);
+    t.stop(); // idle
+    t.start(0);
     tb.start(0.03);
     ASSERT_TRUE(scheduler->has_posted());
-    ta.stop();
+    t.stop();
     EXPECT_FALSE(scheduler->has_posted());
     run_until([&] { return !journal.empty(); });
     EXPECT_EQ(journal, std::vector<std::string>{"b"});
