@@ -93,7 +93,7 @@ TEST(Thread, StartJoinAndRestart)
     EXPECT_EQ(t.runs, 3);
 }
 
-TEST(Thread, StopRequestEndsLoopAndIsClearedAtStart)
+TEST(Thread, StopEndsTheLoopAndSuspendWaitsAtACheckpointUntilResumeOrStop)
 {
     LoopThread t;
     ASSERT_TRUE(t.start());
@@ -107,13 +107,6 @@ TEST(Thread, StopRequestEndsLoopAndIsClearedAtStart)
     ASSERT_TRUE(t.start());
     EXPECT_FALSE(t.should_stop());
     ASSERT_TRUE(eventually([&] { return t.rounds > before + 3; }));
-}
-
-TEST(Thread, SuspendWaitsAtCheckpointUntilResumeOrStop)
-{
-    LoopThread t;
-    ASSERT_TRUE(t.start());
-    ASSERT_TRUE(eventually([&] { return t.rounds > 3; }));
 
     t.suspend();
     // The worker finishes its round and parks at its next checkpoint; a
