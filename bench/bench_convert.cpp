@@ -32,11 +32,9 @@ int main()
                               "\" | sox -V1 -t wav - -r 16000 -c 1 -b 16 \"$0\" repeat 100 trim 0 600",
                           "bench_convert"))
         return 1;
-    const fs::path quillctl = here.parent_path() / "program" / "quillctl";
-    if (!fs::exists(quillctl)) {
-        std::fprintf(stderr, "bench_convert: %s is not built\n", quillctl.c_str());
+    const fs::path quillctl = bench::built_program("quillctl", "bench_convert");
+    if (quillctl.empty())
         return 1;
-    }
     std::vector<bench::Contender> contenders = {
         {"lame -t -b 64", {"lame", "--quiet", "-t", "-b", "64", wav.string(), (media / "lame.mp3").string()}},
         {"quillctl convert", {quillctl.string(), "convert", wav.string(), (media / "quillctl.mp3").string()}},

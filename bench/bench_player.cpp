@@ -159,15 +159,9 @@ int main()
                           "| lame --quiet -b 128 - \"$0\"",
                           "bench_player"))
         return 1;
-    const fs::path program = here.parent_path() / "program" / "quillaphonics";
-    if (!fs::exists(program)) {
-        std::fprintf(stderr, "bench_player: %s is not built\n", program.c_str());
+    const fs::path program = bench::built_program("quillaphonics", "bench_player");
+    if (program.empty() || !bench::peers_installed({"ffplay"}, "bench_player"))
         return 1;
-    }
-    if (!bench::on_path("ffplay")) {
-        std::fprintf(stderr, "bench_player: ffplay, the peer, is not installed\n");
-        return 1;
-    }
 
     char scratch_template[] = "/tmp/bench_player.XXXXXX";
     if (!mkdtemp(scratch_template))

@@ -84,10 +84,8 @@ int main(int argc, char** argv)
                               std::to_string(seconds) + " sine 100-8000 pinknoise gain -10",
                           "bench_record"))
         return 1;
-    if (stress && !bench::on_path("stress-ng")) {
-        std::fprintf(stderr, "bench_record: stress-ng is not installed\n");
+    if (stress && !bench::peers_installed({"stress-ng"}, "bench_record"))
         return 1;
-    }
     const fs::path mp3 = here / "bench_media" / "record_out.mp3";
     pid_t load = stress ? start_stress(seconds) : -1;
     bench::Timing ours = bench::run(pinned({(here / "record_pipeline").string(), raw.string(), mp3.string()}, stress));

@@ -157,6 +157,25 @@ bool on_path(const char* program)
     return std::system(cmd.c_str()) == 0;
 }
 
+bool peers_installed(std::initializer_list<const char*> peers, const char* bench)
+{
+    for (const char* peer : peers)
+        if (!on_path(peer)) {
+            std::fprintf(stderr, "%s: %s, a peer, is not installed\n", bench, peer);
+            return false;
+        }
+    return true;
+}
+
+std::filesystem::path built_program(const char* name, const char* bench)
+{
+    const std::filesystem::path program = here().parent_path() / "program" / name;
+    if (std::filesystem::exists(program))
+        return program;
+    std::fprintf(stderr, "%s: %s is not built\n", bench, program.c_str());
+    return {};
+}
+
 std::vector<std::string> ffmpeg_filter(const std::filesystem::path& input, const std::string& filter)
 {
     return {"ffmpeg", "-nostdin", "-loglevel", "error", "-filter_threads", "1", "-i", input.string(),

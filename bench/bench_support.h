@@ -5,6 +5,7 @@
 #pragma once
 
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,12 @@ std::filesystem::path here();
 bool make_once(const std::filesystem::path& file, const std::string& make, const char* bench);
 
 bool on_path(const char* program);
+// True when every one of `peers` is on PATH; else false, with a line naming
+// `bench` and the first one missing.
+bool peers_installed(std::initializer_list<const char*> peers, const char* bench);
+// This build's program `name` (quillaphonics, quillctl); empty, with a line
+// naming `bench`, when it is not built.
+std::filesystem::path built_program(const char* name, const char* bench);
 
 // ffmpeg on one filter thread running `filter` over `input`, writing raw
 // 16-bit PCM to /dev/null.

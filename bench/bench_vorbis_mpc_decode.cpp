@@ -48,16 +48,9 @@ int main()
                                     "s=$?; rm -f \"$0.wav\"; exit $s",
                           "bench_vorbis_mpc_decode"))
         return 1;
-    const fs::path quillctl = here.parent_path() / "program" / "quillctl";
-    if (!fs::exists(quillctl)) {
-        std::fprintf(stderr, "bench_vorbis_mpc_decode: %s is not built\n", quillctl.c_str());
+    const fs::path quillctl = bench::built_program("quillctl", "bench_vorbis_mpc_decode");
+    if (quillctl.empty() || !bench::peers_installed({"oggdec", "mpcdec"}, "bench_vorbis_mpc_decode"))
         return 1;
-    }
-    for (const char* peer : {"oggdec", "mpcdec"})
-        if (!bench::on_path(peer)) {
-            std::fprintf(stderr, "bench_vorbis_mpc_decode: %s is not installed\n", peer);
-            return 1;
-        }
 
     std::vector<bench::Contender> contenders = {
         to_null("oggdec -R", {"oggdec", "-Q", "-R", "-o", "-", ogg.string()}),
