@@ -3,6 +3,7 @@
 #include "dialogs/form_about.h"
 #include "os/log.h"
 #include "os/system.h"
+#include "skinner/form_impl.h"
 #include "skinner/form_message.h"
 #include "skinner/screen.h"
 #include "skinner/skin_choice.h"
@@ -115,6 +116,12 @@ std::wstring MainForm::in_program_folder(const std::wstring& path) const
 
 void MainForm::exit()
 {
-    // The form's loop ends; whoever runs it stops a recording on the way out.
+    // While the pointer is held (a drag under way) the command only lets it
+    // go; otherwise the form's loop ends, and the program with it.
+    if (impl().any_button_held()) {
+        impl().capture_lost();
+        release_capture();
+        return;
+    }
     close();
 }

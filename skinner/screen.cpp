@@ -218,9 +218,14 @@ void Screen::present(Rect rect)
 
 Form* Screen::input_form() const
 {
-    if (Form* modal = Form::current_modal(); modal && modal->is_visible())
-        return modal;
     const auto& forms = Form::forms();
+    if (Form* modal = Form::current_modal(); modal && modal->is_visible()) {
+        // A drop-down the modal form opened stands above it and comes first.
+        for (auto it = forms.rbegin(); it != forms.rend() && *it != modal; ++it)
+            if ((*it)->is_combo() && (*it)->is_visible() && (*it)->parent() == modal)
+                return *it;
+        return modal;
+    }
     for (auto it = forms.rbegin(); it != forms.rend(); ++it)
         if ((*it)->is_visible())
             return *it;

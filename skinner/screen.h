@@ -91,8 +91,8 @@ public:
     // Composes the forms that cover the rectangle, bottom to top, into the
     // window surface and presents it.
     void present(Rect rect);
-    // The form that takes input: the innermost modal form, else the top
-    // visible form.
+    // The form that takes input: the innermost modal form (or a drop-down
+    // it opened), else the top visible form.
     Form* input_form() const;
     void handle_event(const SDL_Event& event);
     // The window's title follows the form on top.

@@ -27,6 +27,7 @@
 #include <fstream>
 #include <functional>
 #include <thread>
+#include <utility>
 
 namespace fs = std::filesystem;
 using skinner::Point;
@@ -48,37 +49,70 @@ void push_click(Point at)
     }
 }
 
-// Answers the modal forms that come up while a loop runs, as a user would:
-// a click on "btnOk", after noting the form and drawing it to a picture.
+// Answers the message forms that come up while a loop runs, as a user
+// would: a click on "btnOk", after noting the caption and the text.
 class Answerer : liba::Timer::Listener {
 public:
-    explicit Answerer(fs::path png) : png_(std::move(png)) { timer_.start(0.1); }
+    Answerer() { timer_.start(0.1); }
     ~Answerer() override = default;
-    std::vector<std::wstring> texts; // caption, then text or title, of each
+    std::vector<std::wstring> texts;
 
 private:
     void on_timer(liba::Timer&) override
     {
-        skinner::Form* m = skinner::Form::current_modal();
-        if (m && m != answered_ && !dynamic_cast<MainForm*>(m)) {
+        auto* m = dynamic_cast<skinner::FormMessage*>(skinner::Form::current_modal());
+        if (m && m != answered_) {
             answered_ = m;
-            if (auto* message = dynamic_cast<skinner::FormMessage*>(m))
-                texts.insert(texts.end(), {message->caption(), message->text()});
-            if (auto* about = dynamic_cast<dialogs::FormAbout*>(m)) {
-                texts.insert(texts.end(), {about->caption(), about->title_text()});
-                m->paint_dirty();
-                skinner::write_png(png_.string(), m->impl().back_buffer());
-            }
+            texts.insert(texts.end(), {m->caption(), m->text()});
             for (skinner::Control* c : m->children())
                 if (c->id() == L"btnOk")
                     push_click(m->screen_position() + c->position() + Point{c->size().x / 2, c->size().y / 2});
         }
         timer_.start(0.1);
     }
-    fs::path png_;
-    skinner::Form* answered_ = nullptr;
+    skinner::FormMessage* answered_ = nullptr;
     liba::Timer timer_{*this};
 };
+
+// Runs one step on each tick of 0.1 s; past the last, `overdue` once.
+class Script : liba::Timer::Listener {
+public:
+    Script(std::vector<std::function<void()>> steps, std::function<void()> overdue)
+        : steps_(std::move(steps)), overdue_(std::move(overdue))
+    {
+        timer_.start(0.1);
+    }
+    ~Script() override = default;
+    bool done() const { return next_ >= steps_.size(); }
+
+private:
+    void on_timer(liba::Timer&) override
+    {
+        if (next_ < steps_.size()) {
+            steps_[next_++]();
+        } else if (overdue_) {
+            std::exchange(overdue_, nullptr)();
+            return;
+        }
+        timer_.start(0.1);
+    }
+    std::vector<std::function<void()>> steps_;
+    std::function<void()> overdue_;
+    size_t next_ = 0;
+    liba::Timer timer_{*this};
+};
+
+// Keys pressed and let go, for the event loop to deliver.
+void push_keys(std::initializer_list<SDL_Keycode> keys)
+{
+    for (SDL_Keycode key : keys)
+        for (Uint32 type : {SDL_KEYDOWN, SDL_KEYUP}) {
+            SDL_Event e{};
+            e.type = type;
+            e.key.keysym.sym = key;
+            SDL_PushEvent(&e);
+        }
+}
 
 class MainFormKeysTest : public ::testing::Test {
 protected:
@@ -259,7 +293,7 @@ TEST_F(MainFormKeysTest, HardwareKeysAndTheJoystickFollowTheSettings)
     });
     EXPECT_EQ(form->hardware_keys()->command(0), L"Play") << "assigned only when the settings go through the form";
     {
-        Answerer answer(dir.path() / "unused.png");
+        Answerer answer;
         form->on_command(L"Settings");
         ASSERT_EQ(answer.texts.size(), 2u) << "a message says the settings pages are still to come";
         EXPECT_EQ(answer.texts[0], L"Settings");
@@ -294,7 +328,7 @@ TEST_F(MainFormKeysTest, HardwareKeysAndTheJoystickFollowTheSettings)
     run({{SDLK_LEFT, 0.6}, {SDLK_DOWN, 0.5}, {SDLK_RIGHT, 0.6}}, "explorer hidden, both set");
 }
 
-TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExit)
+TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExitWhileTheWindowRunsModally)
 {
     // A stand-in for the desktop's opener notes what it was asked to open.
     const fs::path bin = dir.path() / "bin";
@@ -313,39 +347,51 @@ TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExit)
         fs::remove(args);
         return got;
     };
-
-    // F10 drops the file menu down, its entries in the skin's language.
-    key(SDLK_F10);
-    skinner::MenuDropDown* drop = form->menu_bar()->drop_down();
-    ASSERT_TRUE(drop && drop->is_visible());
-    std::vector<std::wstring> labels;
-    for (const skinner::MenuRecord& r : drop->menu().sub_items)
-        labels.push_back(r.text);
-    EXPECT_EQ(labels, (std::vector<std::wstring>{L"Settings", L"Help", L"About", L"Exit"}));
-    key(SDLK_DOWN);
-    key(SDLK_RETURN);
-    EXPECT_EQ(opened(), help) << "Help from the menu";
-    key(SDLK_F1);
-    EXPECT_EQ(opened(), help) << "Help by F1";
-    setenv("PATH", old_path.c_str(), 1);
-
-    // About from the menu: the settings skin's box, closed by its OK.
     const fs::path png = fs::path(QUILL_TEST_OUTPUT_DIR) / "about_box.png";
     fs::create_directories(png.parent_path());
-    {
-        Answerer answer(png);
-        key(SDLK_F10);
-        key(SDLK_DOWN);
-        key(SDLK_DOWN);
-        key(SDLK_RETURN);
-        EXPECT_EQ(answer.texts, (std::vector<std::wstring>{L"About", L"Kelb Quillaphonics v1.8"}));
-    }
-    EXPECT_EQ(skinner::Form::current_modal(), nullptr);
-    EXPECT_TRUE(fs::exists(png));
+    auto drop = [&] {
+        skinner::MenuDropDown* d = form->menu_bar()->drop_down();
+        return d && d->is_visible() ? d : nullptr;
+    };
 
-    // Exit, the last entry, closes the window.
-    key(SDLK_F10);
-    key(SDLK_UP);
-    key(SDLK_SPACE);
+    // The window runs as the program runs it, modally; the user's keys come
+    // one step a tenth of a second, each step checking what the last did.
+    std::vector<std::function<void()>> steps = {
+        [&] { push_keys({SDLK_F10}); },
+        [&] {
+            ASSERT_NE(drop(), nullptr) << "F10 drops the file menu down";
+            std::vector<std::wstring> labels;
+            for (const skinner::MenuRecord& r : drop()->menu().sub_items)
+                labels.push_back(r.text);
+            EXPECT_EQ(labels, (std::vector<std::wstring>{L"Settings", L"Help", L"About", L"Exit"}));
+            push_keys({SDLK_DOWN, SDLK_RETURN});
+        },
+        [&] {
+            EXPECT_EQ(opened(), help) << "Help from the menu";
+            push_keys({SDLK_F1});
+        },
+        [&] {
+            EXPECT_EQ(opened(), help) << "Help by F1";
+            push_keys({SDLK_F10, SDLK_DOWN, SDLK_DOWN, SDLK_RETURN});
+        },
+        [&] {
+            // The settings skin's about box, over the window.
+            auto* about = dynamic_cast<dialogs::FormAbout*>(skinner::Form::current_modal());
+            ASSERT_NE(about, nullptr);
+            EXPECT_EQ(about->caption(), L"About");
+            EXPECT_EQ(about->title_text(), L"Kelb Quillaphonics v1.8");
+            about->paint_dirty();
+            EXPECT_TRUE(skinner::write_png(png.string(), about->impl().back_buffer()));
+            push_keys({SDLK_ESCAPE});
+        },
+        [&] {
+            EXPECT_EQ(skinner::Form::current_modal(), form.get()) << "Escape closed the about box";
+            push_keys({SDLK_F10, SDLK_UP, SDLK_SPACE});
+        },
+    };
+    Script script(std::move(steps), [&] { ADD_FAILURE() << "Exit did not end the window's loop"; form->close(); });
+    form->do_modal();
+    setenv("PATH", old_path.c_str(), 1);
+    EXPECT_TRUE(script.done());
     EXPECT_FALSE(form->is_visible());
 }
