@@ -13,8 +13,8 @@
 //   time. Goals: idle under 0.5 % of one core, the MP3 under 3 %.
 // - start to first paint on Xvfb 1280x1024: from the exec to the moment the
 //   screen logs its first present into the shown window (the log's monotonic
-//   stamp), median of several starts, each with no zoom kept, so at the
-//   largest that fits. Goal: under 200 ms.
+//   stamp), median of several starts, at the largest zoom that fits.
+//   Goal: under 200 ms.
 // Options: --seconds N (the CPU window, 60), --ticks N (per case, 50),
 // --starts N (7).
 #include "app/main_form.h"
