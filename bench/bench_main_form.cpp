@@ -380,35 +380,27 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: bench_main_form [--seconds N] [--ticks N] [--starts N]\n");
         return 2;
     }
+    const char* kName = "bench_main_form";
     const fs::path here = bench::here();
-    const fs::path program_dir = here.parent_path() / "program";
     // The MP3 outlasts the settling and the CPU window.
     const int mp3_seconds = std::max(90, options.seconds + 30);
-    Files files{program_dir / "quillaphonics",
-                program_dir / "quillctl",
-                program_dir / "skins/Default/Default.skin",
-                program_dir / "English.lng",
+    Files files{bench::built_program("quillaphonics", kName),
+                bench::built_program("quillctl", kName),
+                bench::built_program("skins/Default/Default.skin", kName),
+                bench::built_program("English.lng", kName),
                 here / "bench_media" / ("music_" + std::to_string(mp3_seconds) + "s_128k_stereo.mp3"),
                 here / "bench_media" / "capture_60s_44k_stereo.raw",
                 {}};
+    if (files.program.empty() || files.quillctl.empty() || files.skin.empty() || files.language.empty() ||
+        !bench::peers_installed({"ffplay", "Xvfb", "sox", "lame"}, kName))
+        return 1;
     if (!bench::make_once(files.mp3,
                           "sox -V1 -n -r 44100 -c 2 -b 16 -t wav - synth " + std::to_string(mp3_seconds) +
                               " sine 100-8000 pinknoise gain -10 | lame --quiet -b 128 - \"$0\"",
-                          "bench_main_form") ||
+                          kName) ||
         !bench::make_once(files.capture,
-                          "sox -V1 -n -r 44100 -c 2 -b 16 -t raw \"$0\" synth 60 sine 440 vol 0.4 dcshift 0.3",
-                          "bench_main_form"))
+                          "sox -V1 -n -r 44100 -c 2 -b 16 -t raw \"$0\" synth 60 sine 440 vol 0.4 dcshift 0.3", kName))
         return 1;
-    for (const fs::path& p : {files.program, files.quillctl, files.skin, files.language}) {
-        if (!fs::exists(p)) {
-            std::fprintf(stderr, "bench_main_form: %s is not built\n", p.c_str());
-            return 1;
-        }
-    }
-    if (!bench::on_path("ffplay") || !bench::on_path("Xvfb")) {
-        std::fprintf(stderr, "bench_main_form: ffplay and Xvfb are needed\n");
-        return 1;
-    }
     char scratch_template[] = "/tmp/bench_main_form.XXXXXX";
     if (!mkdtemp(scratch_template) || !bench::use_private_home(scratch_template)) {
         std::fprintf(stderr, "bench_main_form: no scratch folder\n");
