@@ -108,8 +108,9 @@ std::wstring MainForm::bits_text() const
 void MainForm::show_position()
 {
     info_.set_text(joined({document_.rate_text(), bits_text(), document_.bitrate_text()}));
-    const double elapsed = document_.time_position();
-    const double left = document_.remaining_time();
+    // What is heard, which the reader is ahead of by what the player holds.
+    const double elapsed = document_.heard_time();
+    const double left = document_.remaining_time() + (document_.time_position() - elapsed);
     const double length = elapsed + left;
     position_.set_position(length > 0.0 ? elapsed / length : 0.0);
     clock_.set_times(document_.is_recording() ? document_.record_time() : elapsed, left);

@@ -2,16 +2,18 @@
 
 #include "app/document.h"
 #include "app/main_form_controls.h"
-#include "app/status_publication.h"
+#include "app/main_form_power.h"
 #include "app/panel_equalizer.h"
 #include "app/panel_file_explorer.h"
 #include "app/panel_levels.h"
 #include "app/panel_more_controls.h"
+#include "app/status_publication.h"
 #include "skinner/control_button.h"
 #include "skinner/control_frame.h"
 #include "skinner/control_menu_main.h"
 #include "skinner/control_progress.h"
 #include "skinner/form.h"
+#include "skinner/screen.h"
 #include "skinner/hardware_keys.h"
 #include "skinner/menu_main_items.h"
 #include "skinner/menu_manager.h"
@@ -68,6 +70,11 @@ public:
     const skinner::ControlProgress& volume_bar() const { return volume_; }
     const ControlFlash& play_lamp() const { return play_lamp_; }
     const ControlFlash& record_lamp() const { return record_lamp_; }
+    // The screen saver and the display's turn-off as the tick left them.
+    const MainFormPower& power() const { return power_; }
+    // Ticks taken, and ticks that came while a dialog of a tick was up.
+    int ticks() const { return ticks_; }
+    int ticks_held() const { return ticks_held_; }
     const ControlSpeed& speed_line() const { return speed_; }
     const skinner::ControlButtonMultistate& panel_button() const { return mode_; }
     // The panels that "btnMode" switches between, in its order.
@@ -162,4 +169,8 @@ private:
     std::unique_ptr<skinner::HardwareKeysImpl> hardware_keys_;
     std::unique_ptr<skinner::MenuManagerImpl> menu_bar_;
     std::wstring program_folder_ = L"%app_path%";
+    // Made after the screen it watches, from the Document's settings.
+    MainFormPower power_{skinner::Screen::instance(), document_.settings()};
+    int ticks_ = 0;
+    int ticks_held_ = 0;
 };

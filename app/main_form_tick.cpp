@@ -23,15 +23,22 @@ void MainForm::on_timer(int id, int user_data)
         // While a dialog of this tick runs its own loop, ticks that arrive
         // meanwhile don't match the id and can't come back in here.
         timer_id_ = 0;
+        ++ticks_;
         on_tick();
         timer_id_ = id;
+    } else if (id != 0 && timer_id_ == 0) {
+        ++ticks_held_;
     }
     Form::on_timer(id, user_data);
 }
 
 void MainForm::on_tick()
 {
-    if (document_.is_recording()) {
+    const bool recording = document_.is_recording();
+    // Playing or recording holds the screen saver off and arms the
+    // display's turn-off with that activity's timeout.
+    power_.on_tick(document_.is_playing(), recording, document_.settings());
+    if (recording) {
         check_recording();
     } else if (!document_.is_healthy() && lowered(os::extension_of(document_.current_path())) == L"wma") {
         // The only failed open worth a word: the system lacks the decoder.

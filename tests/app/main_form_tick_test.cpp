@@ -1,0 +1,218 @@
+// The main window's tick: the clock and meters of what is heard, the screen
+// saver and the display's turn-off, items that fail to open, and the error
+// form of a failed recording.
+#include "tests/app/main_form_fixture.h"
+
+#include <sys/resource.h>
+
+using namespace main_form_test;
+
+namespace {
+
+// The item paths the Document went through, as its views heard them.
+class ItemTrail : public Document::View {
+public:
+    explicit ItemTrail(Document& document) : document_(document) {}
+    void on_document_changed(const ChangeFlags&) override
+    {
+        const std::wstring& path = document_.current_path();
+        if (!path.empty() && (paths.empty() || paths.back() != path))
+            paths.push_back(path);
+    }
+    std::vector<std::wstring> paths;
+
+private:
+    Document& document_;
+};
+
+TEST_F(MainFormTest, ClockAndBarShowTheTimeHeardMetersTheLevelAndPlayingHoldsOffTheScreenSaver)
+{
+    // A sine of -6 dBFS: its peak is half of full scale.
+    const fs::path wav = dir.path() / "half.wav";
+    constexpr double kLength = 8.0;
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 '" + wav.string() + "' synth 8 sine 440 vol 0.5"), 0);
+    open(true);
+    Settings s = document->settings();
+    s.turn_off_play = 30;
+    s.turn_off_record = 60;
+    document->apply_settings(s);
+    TickCounter ticks;
+    run_until([&] { return ticks.taken() || form->ticks() > 0; });
+    EXPECT_TRUE(SDL_IsScreenSaverEnabled()) << "idle";
+    ASSERT_NE(form->power().power_manager(), nullptr);
+    EXPECT_EQ(form->power().power_manager()->interval(), 0.0) << "idle: never off";
+
+    queue(wav);
+    click(form->play_button());
+    ASSERT_TRUE(document->is_playing());
+    const auto started = std::chrono::steady_clock::now();
+    auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(); };
+    run_until([&] { return seconds() >= 1.0 && ticks.taken(); });
+    const double wall_then = seconds();
+    const double shown_then = form->position_bar().value() * kLength;
+    EXPECT_FALSE(SDL_IsScreenSaverEnabled()) << "playing";
+    EXPECT_TRUE(form->power().play_armed());
+    EXPECT_EQ(form->power().power_manager()->interval(), 30.0);
+    EXPECT_NEAR(document->output_level(), 0.5, 0.02);
+    EXPECT_NEAR(document->player_status().peak[0], 0.5, 0.02);
+
+    // Four seconds on the clock moved as far as the wall clock, and it
+    // shows what the disk device took (one 16-bit frame per 1/22050 s),
+    // not what the reader read ahead.
+    run_until([&] { return seconds() >= 5.0 && ticks.taken(); });
+    const double wall = seconds();
+    const double device = static_cast<double>(fs::file_size(out)) / (2 * 22050);
+    const double shown = form->position_bar().value() * kLength;
+    EXPECT_NEAR(shown - shown_then, wall - wall_then, 0.2);
+    EXPECT_NEAR(shown, device, 0.2) << "the reader is " << document->time_position() << " s in";
+    EXPECT_GT(document->time_position() - shown, 0.5) << "the reader runs ahead";
+    EXPECT_EQ(form->clock().text(), ControlClock::format(shown));
+    click(form->clock_mode_button());
+    EXPECT_TRUE(form->clock().shows_remaining());
+    EXPECT_EQ(form->clock().text(), ControlClock::format(kLength - shown));
+    click(form->clock_mode_button());
+
+    click(form->stop_button());
+    EXPECT_FALSE(document->is_playing());
+    EXPECT_EQ(form->clock().text(), L"00:00:00");
+    EXPECT_EQ(form->position_bar().value(), 0.0);
+    run_until([&] { return !form->power().play_armed(); });
+    EXPECT_TRUE(SDL_IsScreenSaverEnabled()) << "idle again";
+    EXPECT_EQ(form->power().power_manager()->interval(), 0.0);
+    EXPECT_EQ(document->output_level(), 0.0);
+}
+
+TEST_F(MainFormTest, AnItemThatFailsIsSkippedOrStopsByTheModeAndOnlyAWmaSaysSoWhileTicksWait)
+{
+    const fs::path first = tone("first.wav", 0.4);
+    const fs::path last = tone("last.wav", 0.4);
+    open(false);
+    struct Case {
+        int mode;
+        int start;
+        const char* missing;
+        std::vector<int> trail; // items by index, in the order they came
+    };
+    const Case cases[] = {
+        {0, 1, "gone.wav", {1}},          // single: it stops
+        {1, 1, "gone.wav", {1}},          // single repeat: a pass of one failed
+        {2, 0, "gone.wav", {0, 1, 2}},    // the list once: skipped
+        {3, 0, "gone.wav", {0, 1, 2, 0}}, // the list again and again
+        {4, 0, "gone.wav", {}},           // shuffled: all three, in some order
+        {2, 0, "gone.wma", {0, 1, 2}},    // skipped too, with a word
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE("mode " + std::to_string(c.mode) + " " + c.missing);
+        const fs::path missing = dir.path() / c.missing;
+        std::vector<playlist::PlaylistEntry> items(3);
+        items[0].path = w(first);
+        items[1].path = w(missing);
+        items[2].path = w(last);
+        const std::wstring paths[] = {items[0].path, items[1].path, items[2].path};
+        // The tick's own dialog stays up for half a second: ticks meanwhile
+        // wait, and none comes back into the tick.
+        MessageAnswerer answerer(5);
+        int ticks_seen = -1;
+        int held_seen = -1;
+        answerer.when_seen = [&] {
+            ticks_seen = form->ticks();
+            held_seen = form->ticks_held();
+        };
+        answerer.when_answered = [&] {
+            EXPECT_EQ(form->ticks(), ticks_seen) << "a tick came back in";
+            EXPECT_GE(form->ticks_held() - held_seen, 2);
+        };
+        document->set_play_mode(c.mode);
+        document->set_playlist(L"three", items, c.start, false);
+        ItemTrail trail(*document);
+        document->play_item(c.start, 0);
+        document->notify_views();
+        auto seen_all = [&] {
+            for (const std::wstring& p : paths) {
+                if (std::find(trail.paths.begin(), trail.paths.end(), p) == trail.paths.end())
+                    return false;
+            }
+            return true;
+        };
+        // Read from the Document itself: a stop that no view hears of still ends the wait.
+        auto stopped = [&] { return !document->is_playing() && document->current_path().empty(); };
+        run_until([&] { return stopped() || (c.mode >= 3 && trail.paths.size() >= 4) || (c.mode == 4 && seen_all()); });
+        if (c.mode >= 3) {
+            EXPECT_FALSE(stopped()) << "a failed item never stops a repeating list";
+            form->on_command(L"Stop");
+        }
+        if (c.trail.empty()) {
+            EXPECT_TRUE(seen_all());
+        } else {
+            std::vector<std::wstring> expected;
+            for (int i : c.trail)
+                expected.push_back(paths[i]);
+            trail.paths.resize(std::min(trail.paths.size(), expected.size()));
+            EXPECT_EQ(trail.paths, expected);
+        }
+        const bool wma = std::string(c.missing).ends_with(".wma");
+        ASSERT_EQ(answerer.forms.size(), wma ? 1u : 0u);
+        if (wma) {
+            EXPECT_EQ(answerer.forms[0], L"Error");
+            EXPECT_EQ(answerer.captions[0], skin->translate(L"NO_WMA_CAPTION"));
+            EXPECT_EQ(answerer.texts[0], skin->translate(L"NO_WMA"));
+            EXPECT_GE(ticks_seen, 0);
+        }
+        EXPECT_FALSE(document->is_playing());
+    }
+}
+
+// A write past the file size limit fails short instead of raising SIGXFSZ:
+// a full disk as the writer sees it.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &old_);
+        handler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit small = old_;
+        small.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &small);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &old_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    rlimit old_{};
+    void (*handler_)(int) = nullptr;
+};
+
+TEST_F(MainFormTest, AFailedRecordingPausesShowsTheErrorFormThenStopsLeavingAValidFile)
+{
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + in + "' synth 8 sine 300 vol 0.5"), 0);
+    open(false);
+    setenv("SDL_DISKAUDIODELAY", "1", 1);
+    Settings s = document->settings();
+    s.explorer_folder = w(dir.path());
+    document->apply_settings(s);
+    MessageAnswerer answerer;
+    fs::path file;
+    {
+        FileSizeLimit limit(100000);
+        click(form->record_button());
+        ASSERT_TRUE(document->is_recording());
+        file = document->record_file_path();
+        run_until([&] { return !document->is_recording(); });
+    }
+    ASSERT_EQ(answerer.forms.size(), 1u) << "one message for one failure";
+    EXPECT_EQ(answerer.forms[0], L"Error");
+    EXPECT_EQ(answerer.captions[0], L"Recording error");
+    EXPECT_NE(answerer.texts[0].find(L"Recording stopped"), std::wstring::npos);
+    EXPECT_TRUE(answerer.paused[0]) << "paused while the message is up";
+    EXPECT_FALSE(form->record_lamp().flashing());
+    EXPECT_FALSE(form->stop_button().is_enabled());
+    EXPECT_LE(fs::file_size(file), 100000u);
+    std::string length;
+    ASSERT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
+    EXPECT_GT(std::stod(length), 1.0);
+}
+
+} // namespace
