@@ -1,6 +1,7 @@
 #include "skinner/form_render.h"
 
 #include "skinner/control_button.h"
+#include "skinner/control_equalizer.h"
 #include "skinner/control_frame.h"
 #include "skinner/control_lcd.h"
 #include "skinner/control_menu_main.h"
@@ -43,6 +44,8 @@ std::unique_ptr<Control> make_control_by_class(Container* c, const std::wstring&
         return std::make_unique<ControlButton>(c, id);
     if (cls == L"CheckBox")
         return std::make_unique<ControlCheckBox>(c, id);
+    if (cls == L"Equalizer")
+        return std::make_unique<ControlEqualizer>(c, id);
     if (cls == L"Frame")
         return std::make_unique<ControlFrame>(c, id);
     if (cls == L"Picture")
