@@ -169,6 +169,9 @@ public:
         int32_t channels = 0;
     };
     RecordStatus record_status() const;
+    // Bytes recorded and not yet handed to the file's chain: what a stop
+    // still has to drain.
+    std::int32_t record_backlog() const { return active_buffer_.pending_bytes(); }
     // Stop, and record into the existing file `path` in its own format,
     // whatever the settings say: anew, or continued at its end, where a
     // mark "Bookmark" is set. False, the file as it was, for a format that

@@ -3,7 +3,11 @@
 // form of a failed recording.
 #include "tests/app/main_form_fixture.h"
 
+#include <dirent.h>
+#include <sched.h>
+#include <set>
 #include <sys/resource.h>
+#include <thread>
 
 using namespace main_form_test;
 
@@ -213,6 +217,109 @@ TEST_F(MainFormTest, AFailedRecordingPausesShowsTheErrorFormThenStopsLeavingAVal
     std::string length;
     ASSERT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
     EXPECT_GT(std::stod(length), 1.0);
+}
+
+// A writer that gets the processor only when nothing else wants it: every
+// thread of the process on one processor, and the threads the Document
+// starts (the player's and the active buffer's, which writes the file)
+// idle-scheduled. Capture at full speed then leaves the recording behind.
+class StarvedWriter {
+public:
+    // Before the Document is made.
+    StarvedWriter()
+    {
+        sched_getaffinity(0, sizeof(old_), &old_);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(sched_getcpu(), &one);
+        sched_setaffinity(0, sizeof(one), &one);
+        before_ = threads();
+    }
+    // After it is made.
+    void starve()
+    {
+        const sched_param none{};
+        for (pid_t t : threads()) {
+            if (!before_.count(t))
+                sched_setscheduler(t, SCHED_IDLE, &none);
+        }
+    }
+    ~StarvedWriter() { sched_setaffinity(0, sizeof(old_), &old_); }
+
+private:
+    static std::set<pid_t> threads()
+    {
+        std::set<pid_t> out;
+        if (DIR* d = opendir("/proc/self/task")) {
+            while (dirent* e = readdir(d)) {
+                if (e->d_name[0] != '.')
+                    out.insert(static_cast<pid_t>(std::stol(e->d_name)));
+            }
+            closedir(d);
+        }
+        return out;
+    }
+    cpu_set_t old_{};
+    std::set<pid_t> before_;
+};
+
+TEST_F(MainFormTest, StopDrainsABacklogUnderTheProgressFormRecordStopInPlaceAndAFullBufferFails)
+{
+    // Stereo at 44.1 kHz, captured as fast as the disk driver reads.
+    ASSERT_EQ(test::run("sox -n -r 44100 -b 16 -c 2 -e signed-integer -t raw '" + in + "' synth 20 sine 300 vol 0.5"), 0);
+    StarvedWriter writer;
+    open(false);
+    writer.starve();
+    Settings s = document->settings();
+    s.explorer_folder = w(dir.path());
+    s.channels = 2;
+    s.samples = 44100;
+    s.bitrate = 128000;
+    document->apply_settings(s);
+    auto backlog_past = [&](std::int32_t bytes) {
+        const auto started = std::chrono::steady_clock::now();
+        while (document->record_backlog() <= bytes && std::chrono::steady_clock::now() - started < std::chrono::seconds(20))
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return document->record_backlog() > bytes;
+    };
+    auto valid_length = [](const fs::path& file) {
+        std::string length;
+        EXPECT_EQ(test::run("soxi -D '" + file.string() + "'", &length), 0);
+        return length.empty() ? 0.0 : std::stod(length);
+    };
+
+    // Stopped by name: "Stop" drains under the progress form, "RecordStop"
+    // in place. No tick comes meanwhile: the loop doesn't run.
+    for (const wchar_t* command : {L"RecordStop", L"Stop"}) {
+        SCOPED_TRACE(liba::to_utf8(command));
+        MessageAnswerer answerer(0, 0.02);
+        ASSERT_EQ(form->on_command(L"Record"), 1);
+        const fs::path file = document->record_file_path();
+        ASSERT_TRUE(backlog_past(10 * Document::kDrainQuietBytes)) << "the writer kept up";
+        ASSERT_EQ(form->on_command(command), 1);
+        EXPECT_FALSE(document->is_recording());
+        const std::vector<std::wstring> progress = {L"SaveActiveBuffer"};
+        EXPECT_EQ(answerer.modals, std::wstring(command) == L"Stop" ? progress : std::vector<std::wstring>{});
+        EXPECT_GT(valid_length(file), 1.0);
+    }
+
+    // Left running, the buffer fills up and the recording fails: the error,
+    // paused, then the drain under the progress form; the disk is full
+    // meanwhile, and what fitted stays a valid file.
+    MessageAnswerer answerer(0, 0.02);
+    fs::path file;
+    {
+        FileSizeLimit limit(200000);
+        ASSERT_EQ(form->on_command(L"Record"), 1);
+        file = document->record_file_path();
+        run_until([&] { return !document->is_recording(); });
+    }
+    const std::vector<std::wstring> modals = {L"Error", L"SaveActiveBuffer"};
+    EXPECT_EQ(answerer.modals, modals);
+    ASSERT_EQ(answerer.paused.size(), 1u);
+    EXPECT_TRUE(answerer.paused[0]);
+    EXPECT_LE(fs::file_size(file), 200000u);
+    EXPECT_GT(valid_length(file), 5.0);
 }
 
 } // namespace
