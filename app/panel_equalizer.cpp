@@ -19,15 +19,9 @@ double PanelEqualizer::band_response(const skinner::ControlEqualizer::Band& band
     return audio::EqualizerPCM::response_db(c, hz, kDrawingRate);
 }
 
-std::array<EqualizerSettings*, 3> PanelEqualizer::bands_of(Settings& settings)
-{
-    return {&settings.equalizer1, &settings.equalizer2, &settings.equalizer3};
-}
-
 void PanelEqualizer::show_bands()
 {
-    Settings s = document_.settings();
-    const auto bands = bands_of(s);
+    const auto bands = bands_of(document_.settings());
     for (int i = 0; i < 3; ++i) {
         checks_[i].set_checked(bands[i]->active);
         if (bands[i]->active)
@@ -39,8 +33,7 @@ void PanelEqualizer::show_bands()
 
 void PanelEqualizer::add_handle(int index)
 {
-    Settings s = document_.settings();
-    const EqualizerSettings& stored = *bands_of(s)[index];
+    const EqualizerSettings& stored = *bands_of(document_.settings())[index];
     skinner::ControlEqualizer::Band band;
     band.frequency = stored.frequency;
     band.gain = stored.amplitude;

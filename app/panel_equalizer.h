@@ -33,8 +33,11 @@ public:
     const skinner::ControlCheckBox& band_check(int index) const { return checks_[index]; }
 
 private:
-    // The three bands of the settings, in order.
-    static std::array<EqualizerSettings*, 3> bands_of(Settings& settings);
+    // The three bands of the settings, in order (const or not as they are).
+    template <class S> static auto bands_of(S& settings)
+    {
+        return std::array{&settings.equalizer1, &settings.equalizer2, &settings.equalizer3};
+    }
     void show_bands();
     void add_handle(int index);
     void apply();

@@ -40,7 +40,8 @@ public:
     void add_band(int index, const Band& band);
     void remove_band(int index);
     bool has_band(int index) const;
-    // Null when the band has no handle.
+    // Null when the band has no handle; the control's own, valid until the
+    // band next changes.
     const Band* band(int index) const;
 
     // The mapping between the grid and its values.
