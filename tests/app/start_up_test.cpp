@@ -366,6 +366,8 @@ TEST_F(ScreenAtStart, HiddenUntilBroughtUpOrADialogWantsAnAnswerAndCtrlPlusOrMin
     press(SDLK_KP_MINUS, KMOD_LCTRL);
     press(SDLK_MINUS, KMOD_NONE);
     expect_zoom(3);
+    EXPECT_EQ(form->on_command(L"#ScreenResolution#"), 1) << "the main window takes the command by name";
+    expect_zoom(3);
 
     // Closing the window ends the loop: the program goes on to its end.
     SDL_Event quit{};
