@@ -93,6 +93,9 @@ void MainForm::record_or_stop_by_line()
         os::log() << "command line: stop the recording\n";
         // No owner: the stop shows no progress.
         document_.stop(nullptr);
+    } else if (skinner::PowerManagerImpl* power = power_.power_manager(); power && !power->is_display_on()) {
+        // The display was off: the press only woke it.
+        os::log() << "command line: the display was off\n";
     } else {
         os::log() << "command line: record\n";
         on_command(L"Record");
