@@ -5,16 +5,15 @@
 
 #include <SDL.h>
 
-MainFormPower::MainFormPower(skinner::Screen* screen, const Settings& settings,
-                             std::unique_ptr<skinner::PowerManagerImpl> power)
-    : power_(std::move(power)), screen_saver_held_(!SDL_IsScreenSaverEnabled())
+MainFormPower::MainFormPower(skinner::Screen* screen, const Settings& settings)
+    : screen_saver_held_(!SDL_IsScreenSaverEnabled())
 {
     // SDL starts its video with the screen saver off; the first idle tick
     // gives it back.
-    if (!power_ && screen)
+    if (screen) {
         power_ = std::make_unique<skinner::PowerManagerImpl>(*screen);
-    if (power_)
         power_->set_interval(settings.turn_off_play);
+    }
 }
 
 MainFormPower::~MainFormPower() { hold_screen_saver(false); }
@@ -32,7 +31,7 @@ void MainFormPower::on_tick(bool playing, bool recording, const Settings& settin
             arm(settings.turn_off_play);
         play_armed_ = true;
         record_armed_ = false;
-    } else {
+    } else if (play_armed_ || record_armed_ || (power_ && power_->interval() != 0.0)) {
         // Idle: the display stays on however long nobody touches it.
         arm(0.0);
         play_armed_ = record_armed_ = false;

@@ -18,9 +18,7 @@ class Screen;
 class MainFormPower : liba::Nocopy {
 public:
     // Null `screen`: a form on no screen, with no display to switch.
-    // `power` stands in for the screen's own (tests); it needs `screen`.
-    MainFormPower(skinner::Screen* screen, const Settings& settings,
-                  std::unique_ptr<skinner::PowerManagerImpl> power = {});
+    MainFormPower(skinner::Screen* screen, const Settings& settings);
     ~MainFormPower();
 
     void on_tick(bool playing, bool recording, const Settings& settings);
