@@ -170,10 +170,11 @@ TEST_F(HandOver, SigtermWhileRecordingStopsTheRecordingFirstAndLeavesTheFileWhol
     first.signal(SIGTERM);
     EXPECT_EQ(first.wait(10000), 0);
     EXPECT_EQ(count(L"start-up: the recording stops before the end"), 1u);
-    // What the status last counted, and at most a buffer more.
+    // What the status last counted, and what came in until the signal was
+    // taken: at most a buffer on an idle machine, allowed a second here.
     const double length = expect_input_recorded(file);
     EXPECT_GE(length, recorded);
-    EXPECT_LE(length, recorded + 0.5);
+    EXPECT_LE(length, recorded + 1.0);
 }
 
 TEST_F(HandOver, AFileHandedOverPlaysPausesSeeksStopsThenANewRecordingIsSelectedAndPlaysTheInput)
@@ -206,8 +207,11 @@ TEST_F(HandOver, AFileHandedOverPlaysPausesSeeksStopsThenANewRecordingIsSelected
     ASSERT_EQ(test::quillctl("stop", &out), 0) << out;
     const std::vector<fs::path> made = recordings();
     ASSERT_EQ(made.size(), 1u);
+    // Three seconds, less what the device still held, more the time
+    // quillctl took to start twice.
     const double length = expect_input_recorded(made[0]);
-    EXPECT_NEAR(length, 3.0, 0.5);
+    EXPECT_GE(length, 2.5);
+    EXPECT_LE(length, 4.5);
 
     // Play with no path plays what the window selected: the new recording.
     ASSERT_EQ(test::quillctl("play", &out), 0) << out;
