@@ -53,6 +53,8 @@ void run_main_window(os::Application& app, Document& document, skinner::Properti
     // The window stays hidden until this start's command line says otherwise.
     ScreenShell screen(app.loop(), choice);
     MainForm form(skin, document);
+    // Nothing in the skin's "Main" names the program: the window does.
+    form.set_title(kAppName);
     if (!app.listen_for_command_lines([&form](const std::wstring& line) { form.on_command_line(line); }))
         os::log() << "start-up: later starts can't reach this instance\n";
     // Desktop media keys and playerctl; without a session bus the player
