@@ -224,6 +224,18 @@ TEST_F(PanelsTest, MetersReadTheToneHeardAndTheInputAndTheExplorerTakesTheRecord
         EXPECT_NEAR(p.vas_meter(channel).value(), 0.501, 0.02) << channel;
         EXPECT_EQ(p.output_meter(channel).value(), 0.0);
     }
+    // The threshold's mark on each VAS meter.
+    screen->paint_now();
+    const skinner::Color kMark{0xe4, 0x57, 0x2e, 0xff};
+    for (int channel : {0, 1}) {
+        const skinner::ControlProgress2Scale& m = p.vas_meter(channel);
+        const Point mark{m.position().x + int(m.size().x * m.mark()), m.position().y + m.size().y / 2};
+        // A line, not a fill: the meter's own colour just before it.
+        for (int dx : {0, -2}) {
+            const skinner::Color c = pixel(mark + Point{dx, 0});
+            EXPECT_EQ((skinner::Color{c.red, c.green, c.blue, 0xff}) == kMark, dx == 0) << channel << " " << dx;
+        }
+    }
     const std::wstring file = document->record_file_path();
     EXPECT_EQ(form->on_command(L"RecordStop"), 1);
     EXPECT_FALSE(document->is_recording());
