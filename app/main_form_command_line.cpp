@@ -94,7 +94,7 @@ void MainForm::record_or_stop_by_line()
         // No owner: the stop shows no progress.
         document_.stop(nullptr);
     } else if (skinner::PowerManagerImpl* power = power_.power_manager(); power && !power->is_display_on()) {
-        // The display was off: the press only woke it.
+        // With the display off the line starts nothing unseen.
         os::log() << "command line: the display was off\n";
     } else {
         os::log() << "command line: record\n";
