@@ -177,7 +177,7 @@ TEST_F(HandOver, SigtermWhileRecordingStopsTheRecordingFirstAndLeavesTheFileWhol
     EXPECT_LE(length, recorded + 1.0);
 }
 
-TEST_F(HandOver, AFileHandedOverPlaysPausesSeeksStopsThenANewRecordingIsSelectedAndPlaysTheInput)
+TEST_F(HandOver, AFileHandedOverPlaysPausesSeeksStopsThenANewRecordingIsSelectedAndPlaysTheInputAndQuitEndsARecording)
 {
     // A bus of its own, for the seek through the desktop's media controls.
     const std::string bus = test::run_out("dbus-daemon --session --fork --nopidfile --print-address=1 --print-pid=1");
@@ -221,6 +221,18 @@ TEST_F(HandOver, AFileHandedOverPlaysPausesSeeksStopsThenANewRecordingIsSelected
     ASSERT_EQ(test::run("sox " + test::quote(made[0].string()) + " -t raw -", &samples), 0);
     EXPECT_NE(test::read_file(dir.path() / "out.raw").find(samples), std::string::npos)
         << "the device was not handed the recording";
+
+    // Quit from the desktop while recording: the window's "Exit", and the
+    // recording is finished before the program ends.
+    const fs::path last = dir.path() / "last.wav";
+    ASSERT_EQ(test::quillctl("record " + test::quote(last.string()) + " 7", &out), 0) << out;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    EXPECT_EQ(test::run("busctl --user call org.mpris.MediaPlayer2.quillaphonics /org/mpris/MediaPlayer2 "
+                        "org.mpris.MediaPlayer2 Quit"),
+              0);
+    EXPECT_EQ(first.wait(10000), 0);
+    EXPECT_EQ(count(L"start-up: the recording stops before the end"), 1u);
+    EXPECT_GT(expect_input_recorded(last), 0.5);
 }
 
 } // namespace
