@@ -11,12 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 // SDL's X11 video opens the session bus through libdbus, which keeps an
 // allocation past SDL_Quit.
@@ -57,41 +52,6 @@ void press_key(skinner::Screen& screen)
     screen.handle_event(e);
 }
 
-// An X server of its own; the test is skipped only by the server failing to
-// start, which the build's packages rule out.
-class Xvfb {
-public:
-    Xvfb()
-    {
-        for (int n = 90 + static_cast<int>(getpid() % 50); n < 250 && pid_ <= 0; ++n) {
-            const std::string socket = "/tmp/.X11-unix/X" + std::to_string(n);
-            if (std::filesystem::exists(socket) || std::filesystem::exists("/tmp/.X" + std::to_string(n) + "-lock"))
-                continue;
-            name_ = ":" + std::to_string(n);
-            pid_ = fork();
-            if (pid_ == 0) {
-                execlp("Xvfb", "Xvfb", name_.c_str(), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
-                       static_cast<char*>(nullptr));
-                _exit(127);
-            }
-            for (int i = 0; i < 100 && !std::filesystem::exists(socket); ++i)
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-    }
-    ~Xvfb()
-    {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    const std::string& name() const { return name_; }
-
-private:
-    pid_t pid_ = -1;
-    std::string name_;
-};
-
 class PowerManagerTest : public ::testing::Test {
 protected:
     void open(const char* driver)
@@ -121,7 +81,7 @@ protected:
     }
 
     test::PrivateHome home;
-    std::unique_ptr<Xvfb> server; // outlives the window on it
+    std::unique_ptr<test::XServer> server; // outlives the window on it
     CActiveScheduler scheduler;
     std::unique_ptr<os::EventLoop> loop;
     std::unique_ptr<skinner::Screen> screen;
@@ -185,12 +145,12 @@ TEST_F(PowerManagerTest, AFakeDisplayGoesOffAfterTheIntervalWithFocusOnlyAndOnAt
 
 TEST_F(PowerManagerTest, AnXServerMonitorFollowsDpmsWhereTheServerHasIt)
 {
-    server = std::make_unique<Xvfb>();
-    ASSERT_FALSE(server->name().empty());
-    setenv("DISPLAY", server->name().c_str(), 1);
+    server = std::make_unique<test::XServer>();
+    ASSERT_FALSE(server->display().empty()) << "Xvfb did not start";
+    setenv("DISPLAY", server->display().c_str(), 1);
     open("x11");
     ASSERT_STREQ(SDL_GetCurrentVideoDriver(), "x11");
-    const std::string xset = "xset -display " + server->name() + " q";
+    const std::string xset = "xset -display " + server->display() + " q";
     std::string query;
     ASSERT_EQ(test::run(xset, &query), 0);
     const bool dpms = query.find("Server does not have the DPMS Extension") == std::string::npos;

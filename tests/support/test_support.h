@@ -116,4 +116,20 @@ void kill_writers_midway(int writers, int min_us, int max_us, std::mt19937& rng,
 std::string read_file(const std::filesystem::path& p);
 void write_file(const std::filesystem::path& p, const std::string& bytes);
 
+// A private Xvfb with one screen of `screen` ("1280x1024x24") on a display
+// it picks itself, ended with the object; display() (":N") is empty when
+// it did not start.
+class XServer {
+public:
+    explicit XServer(const std::string& screen = "1280x1024x24");
+    ~XServer();
+    XServer(const XServer&) = delete;
+    XServer& operator=(const XServer&) = delete;
+    const std::string& display() const { return display_; }
+
+private:
+    pid_t pid_ = -1;
+    std::string display_;
+};
+
 } // namespace test
