@@ -14,6 +14,11 @@ FormAbout::FormAbout(skinner::Form* parent, skinner::Properties& properties, con
     title_.set_text(title);
     set_title(caption_.text());
     set_cancel_button(&ok_);
+    // Only OK takes keys: the mark and the text would swallow Enter.
+    for (skinner::Control* c : children())
+        if (c != &ok_)
+            c->set_want_focus(false);
+    ok_.set_focus();
 }
 
 FormAbout::~FormAbout() = default;

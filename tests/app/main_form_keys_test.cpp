@@ -382,10 +382,10 @@ TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExitWhileTheWindowRunsMo
             EXPECT_EQ(about->title_text(), L"Kelb Quillaphonics v1.8");
             about->paint_dirty();
             EXPECT_TRUE(skinner::write_png(png.string(), about->impl().back_buffer()));
-            push_keys({SDLK_ESCAPE});
+            push_keys({SDLK_RETURN});
         },
         [&] {
-            EXPECT_EQ(skinner::Form::current_modal(), form.get()) << "Escape closed the about box";
+            EXPECT_EQ(skinner::Form::current_modal(), form.get()) << "Enter closed the about box";
             push_keys({SDLK_F10, SDLK_UP, SDLK_SPACE});
         },
     };
