@@ -1,78 +1,21 @@
 // The main window's keys, hardware keys, joystick and menus on the Default
 // skin, headless (offscreen video, disk audio), driven by real SDL key
 // events. sox makes the tones that play.
-#include "app/main_form.h"
+#include "tests/app/main_form_fixture.h"
 
-#include "app/settings.h"
 #include "dialogs/form_about.h"
-#include "liba/active.h"
-#include "liba/text.h"
-#include "liba/timer.h"
-#include "os/event_loop.h"
-#include "os/path.h"
 #include "skinner/form_impl.h"
-#include "skinner/form_message.h"
 #include "skinner/menu_drop_down.h"
 #include "skinner/png_writer.h"
-#include "skinner/screen.h"
-#include "tests/support/test_support.h"
 
-#include <SDL.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <thread>
 #include <utility>
 
-namespace fs = std::filesystem;
-using skinner::Point;
+using namespace main_form_test;
 
 namespace {
-
-std::wstring w(const fs::path& p) { return liba::from_utf8(p.string()); }
-
-void push_click(Point at)
-{
-    for (Uint32 type : {SDL_MOUSEBUTTONDOWN, SDL_MOUSEBUTTONUP}) {
-        SDL_Event e{};
-        e.type = type;
-        e.button.button = SDL_BUTTON_LEFT;
-        e.button.clicks = 1;
-        e.button.x = at.x;
-        e.button.y = at.y;
-        SDL_PushEvent(&e);
-    }
-}
-
-// Answers the message forms that come up while a loop runs, as a user
-// would: a click on "btnOk", after noting the caption and the text.
-class Answerer : liba::Timer::Listener {
-public:
-    Answerer() { timer_.start(0.1); }
-    ~Answerer() override = default;
-    std::vector<std::wstring> texts;
-
-private:
-    void on_timer(liba::Timer&) override
-    {
-        auto* m = dynamic_cast<skinner::FormMessage*>(skinner::Form::current_modal());
-        if (m && m != answered_) {
-            answered_ = m;
-            texts.insert(texts.end(), {m->caption(), m->text()});
-            for (skinner::Control* c : m->children())
-                if (c->id() == L"btnOk")
-                    push_click(m->screen_position() + c->position() + Point{c->size().x / 2, c->size().y / 2});
-        }
-        timer_.start(0.1);
-    }
-    skinner::FormMessage* answered_ = nullptr;
-    liba::Timer timer_{*this};
-};
 
 // Runs one step on each tick of 0.1 s; past the last, `overdue` once.
 class Script : liba::Timer::Listener {
@@ -114,41 +57,12 @@ void push_keys(std::initializer_list<SDL_Keycode> keys)
         }
 }
 
-class MainFormKeysTest : public ::testing::Test {
+class MainFormKeysTest : public MainFormTest {
 protected:
     void SetUp() override
     {
-        os::init_path_macros();
-        setenv("SDL_VIDEODRIVER", "offscreen", 1);
-        setenv("SDL_AUDIODRIVER", "disk", 1);
-        setenv("SDL_DISKAUDIOFILE", (dir.path() / "out.raw").c_str(), 1);
-        setenv("SDL_DISKAUDIOFILEIN", (dir.path() / "in.raw").c_str(), 1);
-        unsetenv("SDL_DISKAUDIODELAY");
-        document = std::make_unique<Document>(w(dir.path() / "settings.xml"));
-        loop = std::make_unique<os::EventLoop>(scheduler);
-        skin = std::make_unique<skinner::Properties>(
-            w(test::program_dir() / "skins" / "Default" / "Default.skin"), Point{240, 320});
-        EXPECT_TRUE(skin->load_language(w(test::program_dir() / "English.lng")));
-        screen = std::make_unique<skinner::Screen>(*loop, Point{240, 320});
-        form = std::make_unique<MainForm>(*skin, *document);
+        open(true);
         form->set_program_folder(w(test::program_dir()));
-        form->show(true);
-        form->set_active(true);
-        screen->paint_now();
-    }
-    void TearDown() override
-    {
-        form.reset();
-        screen.reset();
-        skin.reset();
-        loop.reset();
-        document.reset();
-    }
-    fs::path tone(const std::string& name)
-    {
-        fs::path p = dir.path() / name;
-        EXPECT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 '" + p.string() + "' synth 12 sine 440 vol 0.4"), 0);
-        return p;
     }
     // A key pressed and let go, as SDL reports it, with its modifiers.
     void key(SDL_Keycode sym, Uint16 mod = KMOD_NONE)
@@ -156,7 +70,6 @@ protected:
         for (Uint32 type : {SDL_KEYDOWN, SDL_KEYUP}) {
             SDL_Event e{};
             e.type = type;
-            e.key.state = type == SDL_KEYDOWN ? SDL_PRESSED : SDL_RELEASED;
             e.key.keysym.sym = sym;
             e.key.keysym.mod = mod;
             SDL_PushEvent(&e);
@@ -165,29 +78,12 @@ protected:
         while (SDL_PollEvent(&e))
             screen->handle_event(e);
     }
-    skinner::ControlButtonMultistate& panel_button()
-    {
-        for (skinner::Control* c : form->children())
-            if (c->id() == L"btnMode")
-                return dynamic_cast<skinner::ControlButtonMultistate&>(*c);
-        ADD_FAILURE() << "no btnMode";
-        std::abort();
-    }
     void change_settings(const std::function<void(Settings&)>& change)
     {
         Settings s = document->settings();
         change(s);
         document->apply_settings(s);
     }
-
-    test::PrivateHome home;
-    test::TempDir dir;
-    CActiveScheduler scheduler;
-    std::unique_ptr<Document> document;
-    std::unique_ptr<os::EventLoop> loop;
-    std::unique_ptr<skinner::Properties> skin;
-    std::unique_ptr<skinner::Screen> screen;
-    std::unique_ptr<MainForm> form;
 };
 
 // What a key may change, read before and after it.
@@ -204,10 +100,10 @@ struct Seen {
 
 TEST_F(MainFormKeysTest, EveryCommandHasAKeyAndTheMediaKeysTheirOwn)
 {
-    const fs::path first = tone("first.wav");
-    const fs::path second = tone("second.wav");
+    const fs::path first = tone("first.wav", 12.0);
+    const fs::path second = tone("second.wav", 12.0);
     // The disk device's input, recorded into the explorer's folder.
-    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + (dir.path() / "in.raw").string() +
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -e signed-integer -t raw '" + in +
                         "' synth 5 sine 300 vol 0.5"),
               0);
     fs::create_directories(liba::to_utf8(document->settings().explorer_folder));
@@ -221,7 +117,7 @@ TEST_F(MainFormKeysTest, EveryCommandHasAKeyAndTheMediaKeysTheirOwn)
     auto seen = [&] {
         return Seen{document->is_playing(), document->is_paused(), document->is_recording(),
                     document->current_path(), document->time_position(), document->volume(),
-                    document->play_mode(), document->bookmarks().count(), panel_button().state(),
+                    document->play_mode(), document->bookmarks().count(), form->panel_button().state(),
                     screen->zoom(), form->clock().shows_remaining(), form->mode_menu().text()};
     };
     // The player pulls on meanwhile: a 5-second jump lands within a pull or two.
@@ -293,11 +189,11 @@ TEST_F(MainFormKeysTest, HardwareKeysAndTheJoystickFollowTheSettings)
     });
     EXPECT_EQ(form->hardware_keys()->command(0), L"Play") << "assigned only when the settings go through the form";
     {
-        Answerer answer;
+        MessageAnswerer answer;
         form->on_command(L"Settings");
-        ASSERT_EQ(answer.texts.size(), 2u) << "a message says the settings pages are still to come";
-        EXPECT_EQ(answer.texts[0], L"Settings");
-        EXPECT_NE(answer.texts[1], L"SettingsFormMissing") << "translated";
+        ASSERT_EQ(answer.texts.size(), 1u) << "a message says the settings pages are still to come";
+        EXPECT_EQ(answer.captions[0], L"Settings");
+        EXPECT_NE(answer.texts[0], L"SettingsFormMissing") << "translated";
     }
     const int mode = document->play_mode();
     key(SDLK_AUDIOPLAY);
@@ -320,7 +216,7 @@ TEST_F(MainFormKeysTest, HardwareKeysAndTheJoystickFollowTheSettings)
             EXPECT_NEAR(document->volume(), c.volume_after, 1e-9) << what << ", key " << SDL_GetKeyName(c.key);
         }
     };
-    ASSERT_EQ(panel_button().state(), 0);
+    ASSERT_EQ(form->panel_button().state(), 0);
     run({{SDLK_UP, 0.2}, {SDLK_DOWN, 0.2}, {SDLK_RIGHT, 0.3}, {SDLK_LEFT, 0.4}}, "explorer shown, left empty");
     key(SDLK_F2);
     run({{SDLK_UP, 0.5}, {SDLK_RETURN, 0.6}, {SDLK_LEFT, 0.7}}, "explorer hidden, left empty");
