@@ -76,7 +76,6 @@ void MainForm::show_settings()
         .run();
     document_.apply_settings(copy);
     assign_hardware_keys();
-    power_.on_settings(document_.settings());
     // The turn-off of what is armed now, else of playing.
     power_.on_settings(document_.settings());
     show_mode();
