@@ -53,17 +53,19 @@ ButtonAction action_from_name(const std::wstring& name)
     return NOTHING;
 }
 
-void Looks::read(const Control& c, const std::wstring& prefix)
+void Looks::read(const Control& c, const std::wstring& prefix, const Looks* base)
 {
-    auto read_one = [&](Look& look, const std::wstring& state, const Look& def) {
-        look.picture = c.get_picture(prefix + state, def.picture);
-        look.font = c.get_font(prefix + state, def.font);
-        look.color = c.get_color(prefix + state, def.color);
+    // The picture comes from the nearest look of this set; the caption's font
+    // and colour may come from the base set's look of the same state.
+    auto read_one = [&](Look& look, const std::wstring& state, const Look& picture_def, const Look& text_def) {
+        look.picture = c.get_picture(prefix + state, picture_def.picture);
+        look.font = c.get_font(prefix + state, text_def.font);
+        look.color = c.get_color(prefix + state, text_def.color);
     };
-    read_one(normal, L"Normal", normal);
-    read_one(pressed, L"Pressed", normal);
-    read_one(highlighted, L"Highlighted", normal);
-    read_one(disabled, L"Disabled", normal);
+    read_one(normal, L"Normal", base ? base->normal : normal, base ? base->normal : normal);
+    read_one(pressed, L"Pressed", normal, normal);
+    read_one(highlighted, L"Highlighted", normal, normal);
+    read_one(disabled, L"Disabled", normal, base ? base->disabled : normal);
 }
 
 ControlButtonBase::ControlButtonBase(Container* container, const std::wstring& name, Source source)
@@ -307,7 +309,7 @@ void ControlCheckBox::read_check_properties()
 {
     if (source() == kNoSkin)
         return;
-    checked_looks_.read(*this, L"Checked");
+    checked_looks_.read(*this, L"Checked", &ControlButtonBase::get_looks());
     unchecked_text_ = get_translated(L"Text", unchecked_text_);
     checked_text_ = get_translated(L"CheckedText", unchecked_text_);
     checked_ = get_integer(L"Checked", checked_) != 0;

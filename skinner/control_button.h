@@ -20,10 +20,13 @@ struct Look {
 };
 
 // The four states, read with a prefix: P"Normal", P"Pressed",
-// P"Highlighted", P"Disabled"; the last three default to "Normal".
+// P"Highlighted", P"Disabled"; the last three default to "Normal". Given a
+// `base` set, P"Normal" defaults to its normal look, and P"Disabled" takes
+// its font and colour from the base's disabled look, so a checked caption
+// keeps the box's own font and greys out like the unchecked one.
 struct Looks {
     Look normal, pressed, highlighted, disabled;
-    void read(const Control& control, const std::wstring& prefix);
+    void read(const Control& control, const std::wstring& prefix, const Looks* base = nullptr);
 };
 
 enum ButtonAction {

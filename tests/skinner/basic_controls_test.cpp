@@ -1,5 +1,6 @@
 #include "form_test_support.h"
 
+#include "skinner/control_button.h"
 #include "skinner/control_lcd.h"
 #include "skinner/control_panel_auto_scroll.h"
 #include "skinner/control_progress.h"
@@ -264,6 +265,50 @@ TEST(BasicControls, AutoScrollPanelShowsTheBarsItsContentNeeds)
     // The button's pressed picture is dark blue inside; the clip keeps the
     // content off the border.
     EXPECT_NE(form.pixel({8 + 10, bottom->position().y + 12}), form.pixel({8 + 1, bottom->position().y + 12}));
+}
+
+// The caption's ink inside the control: its box and its darkest pixel.
+struct Ink {
+    Point min{1 << 20, 1 << 20}, max{-1, -1};
+    uint32_t darkest = 0xffffff;
+    bool operator==(const Ink&) const = default;
+};
+
+Ink caption_ink(ControlsForm& form, const skinner::Control& c)
+{
+    form.paint_dirty();
+    Ink ink;
+    for (int y = c.position().y; y < c.position().y + c.size().y; ++y)
+        for (int x = c.position().x; x < c.position().x + c.size().x; ++x) {
+            const uint32_t p = form.pixel({x, y});
+            if ((p >> 16) >= 0xa0)
+                continue;
+            ink.min = {std::min(ink.min.x, x), std::min(ink.min.y, y)};
+            ink.max = {std::max(ink.max.x, x), std::max(ink.max.y, y)};
+            ink.darkest = std::min(ink.darkest, p);
+        }
+    return ink;
+}
+
+TEST(BasicControls, CheckedCaptionKeepsTheBoxFontAndGreysOut)
+{
+    TestScreen screen(2);
+    ControlsForm form(screen.properties());
+    auto& box = form.get<skinner::ControlCheckBox>(L"chkSmall");
+    // A box that names only its unchecked looks: checking it must not change
+    // how its caption is written, enabled or not.
+    for (bool enabled : {true, false}) {
+        box.set_enabled(enabled);
+        box.set_checked(false);
+        const Ink unchecked = caption_ink(form, box);
+        ASSERT_LT(unchecked.max.x, box.position().x + box.size().x / 2) << "a small caption";
+        EXPECT_EQ(unchecked.darkest, enabled ? 0u : 0x808080u);
+        box.set_checked(true);
+        const Ink checked = caption_ink(form, box);
+        EXPECT_EQ(checked.min, unchecked.min) << enabled;
+        EXPECT_EQ(checked.max, unchecked.max) << enabled;
+        EXPECT_EQ(checked.darkest, unchecked.darkest) << enabled;
+    }
 }
 
 TEST(BasicControls, FormsBuiltByClassFillTheirPanelsToo)
