@@ -245,6 +245,8 @@ TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExitWhileTheWindowRunsMo
     };
     const fs::path png = fs::path(QUILL_TEST_OUTPUT_DIR) / "about_box.png";
     fs::create_directories(png.parent_path());
+    int mode = 0;
+    const int entry_height = form->menu_bar()->strip_height();
     auto drop = [&] {
         skinner::MenuDropDown* d = form->menu_bar()->drop_down();
         return d && d->is_visible() ? d : nullptr;
@@ -282,6 +284,16 @@ TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExitWhileTheWindowRunsMo
         },
         [&] {
             EXPECT_EQ(skinner::Form::current_modal(), form.get()) << "Enter closed the about box";
+            // A tap on the bar's mode entry: the next mode, named on the entry.
+            mode = document->play_mode();
+            const auto& entry = form->menu_bar()->entries().at(1);
+            push_click({entry.x + entry.width / 2, 320 + entry_height / 2});
+        },
+        [&] {
+            EXPECT_EQ(document->play_mode(), (mode + 1) % 5);
+            const wchar_t* names[] = {L"Single file", L"Repeat single file", L"All files in order",
+                                      L"Repeat all files", L"Shuffle"};
+            EXPECT_EQ(form->mode_menu().text(), names[(mode + 1) % 5]) << "in the English of the language file";
             push_keys({SDLK_F10, SDLK_UP, SDLK_SPACE});
         },
     };
