@@ -280,6 +280,10 @@ TEST_F(MainFormKeysTest, FileMenuEntriesOpenHelpAboutAndExitWhileTheWindowRunsMo
             EXPECT_EQ(about->title_text(), L"Kelb Quillaphonics v1.8");
             about->paint_dirty();
             EXPECT_TRUE(skinner::write_png(png.string(), about->impl().back_buffer()));
+            push_keys({SDLK_F10});
+        },
+        [&] {
+            EXPECT_EQ(drop(), nullptr) << "the menu bar waits while the about box is up";
             push_keys({SDLK_RETURN});
         },
         [&] {
