@@ -29,6 +29,8 @@ void ControlEqualizer::read_equalizer_properties()
     if (source() == kNoSkin)
         return;
     background_ = get_picture(L"Normal", Picture());
+    border_min_ = get_point(L"BorderMin", Point{});
+    border_max_ = get_point(L"BorderMax", border_min_);
     line_color_ = get_color(L"Line", line_color_);
     grid_color_ = get_color(L"Grid", grid_color_);
     cell_width_ = std::max(1, get_scaled_integer(L"CellWidth", 26));
@@ -155,7 +157,7 @@ double ControlEqualizer::response_at(double hz) const
 void ControlEqualizer::paint(Canvas& canvas, Point clip_position, Point clip_size)
 {
     background_.draw(canvas, position(), size());
-    canvas.push_clip(position(), size());
+    canvas.push_clip(position() + border_min_, size() - border_min_ - border_max_);
     paint_grid(canvas);
     for (int i = 0; i < kBands; ++i) {
         if (slots_[i].present)

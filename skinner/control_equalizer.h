@@ -83,6 +83,8 @@ private:
     void drag_to(Point point);
 
     Picture background_;
+    // The background's frame, which the grid, bands and line stay inside.
+    Point border_min_, border_max_;
     Color line_color_;
     Color grid_color_;
     int cell_width_ = 26;
