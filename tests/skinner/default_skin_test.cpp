@@ -3,6 +3,7 @@
 // every scale from art drawn for that scale, and switching between them at
 // run time repaints every open form.
 
+#include "skinner/control_equalizer.h"
 #include "skinner/form_impl.h"
 #include "skinner/form_render.h"
 #include "skinner/properties.h"
@@ -301,6 +302,25 @@ double mean_luma(const SDL_Surface* s)
             total += 0.299 * (p >> 16 & 0xFF) + 0.587 * (p >> 8 & 0xFF) + 0.114 * (p & 0xFF);
         }
     return total / (double(s->w) * s->h);
+}
+
+TEST_P(ApplicationSkin, EqualizerKeepsItsGridAndLineOffItsFrame)
+{
+    skinner::Properties skin(test::wide(shipped_skin(GetParam())), Point{240 * 3, 320 * 3});
+    skinner::ClassFactoryForm form(skin, L"Equalizer");
+    auto* eq = dynamic_cast<skinner::ControlEqualizer*>(form.find_control(L"Equalizer"));
+    ASSERT_NE(eq, nullptr);
+    const skinner::Surface shown = painted(form);
+    auto at = [&](Point p) { return drawing_test::pixel_at(shown.get(), p.x, p.y) & 0xFFFFFFu; };
+    // The frame's straight edges are one colour along their length: no grid
+    // column crosses the top one, and the flat line stops short of the sides.
+    const Point p = eq->position(), s = eq->size();
+    const int mid = p.y + s.y / 2;
+    const uint32_t top = at({p.x + s.x / 2 + 1, p.y}), left = at({p.x, mid - 6});
+    for (int x = p.x + 16; x < p.x + s.x - 16; ++x)
+        ASSERT_EQ(at({x, p.y}), top) << "top edge at " << x - p.x;
+    for (int x : {p.x, p.x + s.x - 1})
+        EXPECT_EQ(at({x, mid}), left) << "side at " << x - p.x;
 }
 
 TEST(ApplicationSkins, SwitchingAtRunTimeRepaintsEveryOpenFormOfTheSkin)
