@@ -5,10 +5,13 @@
 #include "os/log.h"
 #include "os/registry.h"
 #include "skinner/form_message.h"
+#include "skinner/menu_manager.h"
+#include "skinner/properties.h"
 #include "skinner/screen.h"
 
 #include <SDL.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -60,13 +63,24 @@ bool ScreenShell::start_video()
 
 bool ScreenShell::offscreen() { return is_offscreen_driver(SDL_GetCurrentVideoDriver()); }
 
-skinner::Point ScreenShell::desktop_size()
+skinner::Point ScreenShell::desktop_size() { return skinner::desktop_size(); }
+
+bool ScreenShell::fit_desktop(skinner::Properties& skin, skinner::SkinChoice& choice, skinner::Point desktop)
 {
-    SDL_Rect r{};
-    if (!SDL_WasInit(SDL_INIT_VIDEO) || offscreen() ||
-        SDL_GetDisplayUsableBounds(0, &r) != 0)
-        return {};
-    return {r.w, r.h};
+    const int scale = std::max(skin.scale(), 1);
+    const skinner::Point native{choice.screen_size.x / choice.zoom, choice.screen_size.y / choice.zoom};
+    const int strip_per_zoom = skinner::MenuManagerImpl::bar_height(skin) / scale;
+    const int zoom = skinner::zoom_that_fits(native, strip_per_zoom, choice.zoom, desktop);
+    if (zoom == choice.zoom)
+        return false;
+    os::log() << "screen: zoom " << choice.zoom << " with the menu bar would not fit the desktop " << desktop.x
+              << "x" << desktop.y << "; zoom " << zoom << "\n";
+    choice.zoom = zoom;
+    choice.screen_size = {native.x * zoom, native.y * zoom};
+    skin.change_skin(choice.path, choice.screen_size);
+    if (!skin.check_version(skinner::kAppVersionMark, choice.screen_size))
+        os::log() << "screen: the skin doesn't fit " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
+    return true;
 }
 
 int ScreenShell::saved_zoom()

@@ -28,6 +28,10 @@ public:
     static bool offscreen();
     // The usable size of the desktop, (0,0) when unknown or offscreen.
     static skinner::Point desktop_size();
+    // Lowers the zoom of `choice` until the window, its screen and the menu
+    // bar below it, fits `desktop`, and loads `skin` again for the smaller
+    // screen. True when the zoom was lowered.
+    static bool fit_desktop(skinner::Properties& skin, skinner::SkinChoice& choice, skinner::Point desktop);
     // The zoom of the last run, 0 when none was kept (or it is out of range).
     static int saved_zoom();
     static void save_zoom(int zoom);

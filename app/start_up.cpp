@@ -33,15 +33,18 @@ bool is_keyword(const std::wstring& line)
     return line.empty() || line == kHideCommand || line == kRunAtTimeCommand;
 }
 
-// At the zoom the registry store keeps, else the largest that fits the desktop.
+// At the zoom the registry store keeps, else the largest that fits the
+// desktop; either is lowered until the window with its menu bar fits.
 std::unique_ptr<skinner::Properties> choose_start_skin(const Settings& settings, skinner::SkinChoice& choice)
 {
     std::wstring language;
     settings.language_file(language);
     std::unique_ptr<skinner::Properties> skin =
         skinner::choose_skin(settings.skin, ScreenShell::saved_zoom(), ScreenShell::desktop_size(), language, &choice);
-    if (skin)
-        os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
+    if (!skin)
+        return skin;
+    ScreenShell::fit_desktop(*skin, choice, ScreenShell::desktop_size());
+    os::log() << "skin[" << choice.path << "] " << choice.screen_size.x << "x" << choice.screen_size.y << "\n";
     return skin;
 }
 

@@ -84,7 +84,8 @@ public:
     void set_cancel_button(ControlButtonBase* button) { cancel_button_ = button; }
     ControlButtonBase* default_button() const { return default_button_; }
     ControlButtonBase* cancel_button() const { return cancel_button_; }
-    // The title the screen shows while this form is on top.
+    // The title the screen shows while this form is on top; a form without
+    // one of its own (a drop-down, a dialog) leaves its owner's title up.
     void set_title(const std::wstring& title);
     const std::wstring& title() const { return title_; }
 
@@ -123,7 +124,7 @@ private:
     bool visible_ = false;
     bool combo_ = false;
     Point screen_position_;
-    std::wstring title_ = L"Loading...";
+    std::wstring title_;
 };
 
 } // namespace skinner

@@ -17,7 +17,7 @@ const wchar_t kLook[] = L"MenuBar";
 MenuManagerImpl::MenuManagerImpl(Screen& screen, Properties& properties, Form& form)
     : screen_(screen), properties_(properties), form_(form), font_(properties.scale())
 {
-    height_ = properties.get_form_point(kLook, L"Size", {0, 26 * properties.scale()}).y;
+    height_ = bar_height(properties);
     background_ = properties.get_form_picture(kLook, L"Background", Picture());
     item_ = properties.get_form_picture(kLook, L"Item", Picture());
     item_pressed_ = properties.get_form_picture(kLook, L"ItemPressed", item_);
@@ -37,6 +37,11 @@ MenuManagerImpl::~MenuManagerImpl()
     screen_.set_strip(nullptr);
     if (ControlMenuMain* menu = form_.main_menu())
         menu->set_change_handler({});
+}
+
+int MenuManagerImpl::bar_height(Properties& properties)
+{
+    return properties.get_form_point(kLook, L"Size", {0, 26 * properties.scale()}).y;
 }
 
 int MenuManagerImpl::strip_height() const { return height_; }

@@ -29,6 +29,8 @@ public:
     MenuManagerImpl(Screen& screen, Properties& properties, Form& form);
     ~MenuManagerImpl() override;
 
+    // The bar's height in window pixels for `properties` at its scale.
+    static int bar_height(Properties& properties);
     // Reads the entries afresh and repaints the bar.
     void rebuild();
     // The bar's entries as laid out: strip pixels.

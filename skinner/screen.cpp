@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string>
 #include <vector>
 
 namespace skinner {
@@ -243,6 +244,8 @@ void Screen::forget(Form* form)
 void Screen::update_title()
 {
     Form* top = input_form();
+    while (top && top->title().empty())
+        top = top->parent();
     if (top)
         SDL_SetWindowTitle(window_, liba::to_utf8(top->title()).c_str());
 }
@@ -316,6 +319,13 @@ bool Screen::zoom_key(const SDL_Event& e)
     // The key's character, if any came, is no text for a form.
     SDL_Event text;
     SDL_PeepEvents(&text, 1, SDL_GETEVENT, SDL_TEXTINPUT, SDL_TEXTINPUT);
+    // A step up that would cut the window, menu strip and all, off the
+    // desktop is not taken.
+    const int strip_per_zoom = strip_ ? strip_->strip_height() / zoom_ : 0;
+    if (step > 0 && zoom_that_fits(native_size(), strip_per_zoom, zoom_ + step, desktop_size()) < zoom_ + step) {
+        os::log() << "screen: zoom " << zoom_ + step << " would not fit the desktop\n";
+        return true;
+    }
     set_zoom(zoom_ + step);
     return true;
 }
@@ -396,6 +406,28 @@ void Screen::handle_event(const SDL_Event& e)
     default:
         break;
     }
+}
+
+int zoom_that_fits(Point native, int strip_per_zoom, int zoom, Point desktop)
+{
+    if (desktop.x <= 0 || desktop.y <= 0)
+        return zoom;
+    for (int z = zoom; z > 1; --z)
+        if (int64_t(native.x) * z <= desktop.x && int64_t(native.y + strip_per_zoom) * z <= desktop.y)
+            return z;
+    return 1;
+}
+
+Point desktop_size()
+{
+    SDL_Rect r{};
+    const char* driver = SDL_WasInit(SDL_INIT_VIDEO) ? SDL_GetCurrentVideoDriver() : nullptr;
+    if (!driver || std::string(driver) == "offscreen" || std::string(driver) == "dummy")
+        return {};
+    const int display = g_screen && g_screen->window() ? SDL_GetWindowDisplayIndex(g_screen->window()) : 0;
+    if (SDL_GetDisplayUsableBounds(display < 0 ? 0 : display, &r) != 0)
+        return {};
+    return {r.w, r.h};
 }
 
 } // namespace skinner

@@ -129,4 +129,12 @@ private:
 // The engine's key number for an SDL key.
 int key_from_sdl(SDL_Keycode key);
 
+// The largest zoom of 1 to `zoom` at which the window, a screen of `native`
+// times the zoom over a strip of `strip_per_zoom` times the zoom, fits
+// `desktop`: 1 when none does, `zoom` when the desktop is unknown (0,0).
+int zoom_that_fits(Point native, int strip_per_zoom, int zoom, Point desktop);
+// The usable size of the desktop the window stands on, (0,0) when unknown
+// (no video, or an offscreen driver, which has no desktop to fill).
+Point desktop_size();
+
 } // namespace skinner

@@ -369,6 +369,25 @@ TEST_F(ScreenAtStart, HiddenUntilBroughtUpOrADialogWantsAnAnswerAndCtrlPlusOrMin
     EXPECT_EQ(form->on_command(L"#ScreenResolution#"), 1) << "the main window takes the command by name";
     expect_zoom(3);
 
+    // At start the zoom, kept or the largest for the screen alone, is lowered
+    // until the screen and the menu bar below it (26 skin pixels) fit too.
+    struct {
+        int kept;
+        skinner::Point desktop;
+        int zoom;
+    } starts[] = {{0, {1280, 1024}, 2}, {4, {1280, 1024}, 2}, {3, {1920, 1080}, 3},
+                  {4, {0, 0}, 4},       {0, {200, 200}, 1}};
+    for (auto start : starts) {
+        skinner::SkinChoice fitted;
+        auto fitted_skin = skinner::choose_skin(liba::from_utf8(skin_path.string()), start.kept, start.desktop, L"",
+                                                &fitted);
+        ASSERT_TRUE(fitted_skin);
+        ScreenShell::fit_desktop(*fitted_skin, fitted, start.desktop);
+        EXPECT_EQ(fitted.zoom, start.zoom) << start.kept << " on " << start.desktop.y;
+        EXPECT_EQ(fitted.screen_size.y, 320 * start.zoom) << start.kept << " on " << start.desktop.y;
+        EXPECT_EQ(fitted_skin->scale(), start.zoom) << "the skin is loaded again for the lower zoom";
+    }
+
     // Closing the window ends the loop: the program goes on to its end.
     SDL_Event quit{};
     quit.type = SDL_QUIT;
