@@ -47,13 +47,23 @@ public:
             Point at{0, i * h};
             bool lit = i == pressed_ && items[size_t(i)].enabled;
             if (lit)
-                highlight_.draw(canvas, at, {w, h});
+                draw_highlight(canvas, at.y, h);
             Color c = !items[size_t(i)].enabled ? disabled_ : lit ? lit_ : normal_;
             font_.draw_text(canvas, c, items[size_t(i)].text, {at.x + pad, at.y}, {w - 2 * pad, h}, kAlignLeft, kAlignVCenter);
             if (items[size_t(i)].separator && i + 1 < int(items.size()))
                 canvas.line({pad, at.y + h - 1}, {w - pad, at.y + h - 1}, separator_);
         }
         Control::paint(canvas, clip_position, clip_size);
+    }
+    // The lit row within the frame, whose border (one skin pixel) stays
+    // drawn round the first and last rows too.
+    void draw_highlight(Canvas& canvas, int top, int height)
+    {
+        const int border = owner_->properties().scale();
+        const int y0 = std::max(top, border);
+        const int y1 = std::min(top + height, size().y - border);
+        if (y1 > y0)
+            highlight_.draw(canvas, {border, y0}, {size().x - 2 * border, y1 - y0});
     }
     void on_left_down(Point p, int) override { press(owner_->row_at(p)); }
     void on_mouse_move(Point p, int) override

@@ -210,9 +210,14 @@ TEST(MenuMain, DropDownGoesByKeysOverTheEnabledEntries)
     auto open_drop = [&] { return bar.drop_down() && bar.drop_down()->is_visible() ? bar.drop_down() : nullptr; };
 
     // F10 lights the first entry; Down and Up step over the disabled one
-    // and go round the ends.
+    // and go round the ends. The lit row keeps the frame's top border, and
+    // the drop-down, having no title, leaves the form's up.
+    form.set_title(L"Main title");
     screen.key(SDLK_F10);
     ASSERT_NE(open_drop(), nullptr);
+    EXPECT_STREQ(SDL_GetWindowTitle(screen.screen().window()), "Main title");
+    SDL_Surface* drawn = open_drop()->impl().back_buffer();
+    EXPECT_EQ(static_cast<Uint32*>(drawn->pixels)[drawn->w / 2] & 0xFFFFFFu, 0xB9C2CDu) << "the frame's top border";
     const std::pair<SDL_Keycode, int> steps[] = {{SDLK_DOWN, 2}, {SDLK_DOWN, 0}, {SDLK_UP, 2}, {SDLK_UP, 0}};
     EXPECT_EQ(open_drop()->highlighted(), 0);
     for (const auto& [key, lit] : steps) {
