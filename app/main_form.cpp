@@ -27,7 +27,8 @@ std::wstring joined(std::initializer_list<std::wstring> parts)
 MainForm::MainForm(skinner::Properties& skin, Document& document)
     : Form(nullptr, skin, kMainForm, &screen_listener_), document_(document),
       publication_(
-          document, [this] { bring_up(); }, [this](const std::wstring& path) { return play_selected(path); }),
+          document, [this] { bring_up(); }, [this](const std::wstring& path) { return play_selected(path); },
+          [this](const std::wstring& name) { return on_command(name); }),
       new_mark_(this, L"btnNewMark"),
       previous_(this, L"btnRewind"), next_(this, L"btnForward"), play_(this, L"btnPlay", 2),
       record_(this, L"btnRecord", 2), stop_(this, L"btnStop"), volume_(this, L"pbOutput"),

@@ -4,8 +4,9 @@
 #include "liba/text.h"
 #include "os/log.h"
 
-StatusPublication::StatusPublication(Document& document, ShowHandler show, PlayHandler play)
-    : document_(document), show_(std::move(show)), play_(std::move(play)), server_("status", [this](int c) { serve(c); })
+StatusPublication::StatusPublication(Document& document, ShowHandler show, PlayHandler play, CommandHandler command)
+    : document_(document), show_(std::move(show)), play_(std::move(play)), command_(std::move(command)),
+      server_("status", [this](int c) { serve(c); })
 {
 }
 
@@ -108,8 +109,8 @@ int32_t StatusPublication::handle(int32_t command)
         ok = document_.record_insert(f[0], static_cast<int32_t>(*position));
         break;
     }
-    case status::kPause: ok = document_.is_paused() ? document_.resume() : document_.pause(); break;
-    case status::kStop: ok = document_.stop(); break;
+    case status::kPause: ok = pause_or_resume(); break;
+    case status::kStop: ok = stop_now(); break;
     case status::kStep: {
         std::optional<long long> delta = liba::text_to_int(f[0]);
         if (!delta)
@@ -120,6 +121,27 @@ int32_t StatusPublication::handle(int32_t command)
     default: break;
     }
     return answer(ok) ? 1 : 0;
+}
+
+bool StatusPublication::pause_or_resume()
+{
+    if (!command_ || (!document_.is_playing() && !document_.is_recording()))
+        return document_.is_paused() ? document_.resume() : document_.pause();
+    // While something runs, "Play" and "Record" pause it or go on, as the
+    // window's own buttons do.
+    const bool was_paused = document_.is_paused();
+    command_(document_.is_recording() ? L"Record" : L"Play");
+    return document_.is_paused() != was_paused;
+}
+
+bool StatusPublication::stop_now()
+{
+    if (!command_ || (!document_.is_playing() && !document_.is_recording()))
+        return document_.stop();
+    // The stopping variants end it without a progress form: the caller
+    // waits for its answer, so a recording drains in place.
+    command_(document_.is_recording() ? L"RecordStop" : L"PlayStop");
+    return !document_.is_playing() && !document_.is_recording();
 }
 
 status::CQuillaphonicsStatus StatusPublication::recording_status() const

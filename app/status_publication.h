@@ -24,8 +24,13 @@ public:
     // empty path plays the file selected there. True when it started.
     using PlayHandler = std::function<bool(const std::wstring& path)>;
 
-    // Without a play handler command 0 plays through the Document alone.
-    StatusPublication(Document& document, ShowHandler show, PlayHandler play = {});
+    // Runs one of the window's commands by name ("Play", "Record",
+    // "PlayStop", "RecordStop"), as its buttons and keys do.
+    using CommandHandler = std::function<int(const std::wstring& name)>;
+
+    // Without a play handler command 0 plays through the Document alone;
+    // without a command handler so do pause (5) and stop (6).
+    StatusPublication(Document& document, ShowHandler show, PlayHandler play = {}, CommandHandler command = {});
     ~StatusPublication();
 
     // Opens the shared memory and listens on `socket` (which is made
@@ -49,10 +54,14 @@ private:
     // Reads the argument text of `command`; false when it can't be read.
     bool read_fields(int32_t command, std::vector<std::wstring>& fields);
     bool answer(bool value);
+    // Commands 5 and 6: true when the state changed as asked.
+    bool pause_or_resume();
+    bool stop_now();
 
     Document& document_;
     ShowHandler show_;
     PlayHandler play_;
+    CommandHandler command_;
     std::unique_ptr<status::CCommClipboard> clipboard_;
     bool published_ = false;
     os::UnixSocketServer server_;

@@ -280,6 +280,9 @@ TEST_F(Remote, StatusStartsAHiddenProgramAndQuillctlDrivesIt)
     setenv("SDL_AUDIODRIVER", "disk", 1);
     setenv("SDL_DISKAUDIOFILE", (dir.path() / "out.raw").c_str(), 1);
     unsetenv("SDL_DISKAUDIODELAY");
+    const fs::path in = dir.path() / "in.raw";
+    ASSERT_EQ(test::run("sox -n -r 22050 -b 16 -c 1 -t raw " + test::quote(in.string()) + " synth 30 sine 300"), 0);
+    setenv("SDL_DISKAUDIOFILEIN", in.c_str(), 1);
     auto m = status();
     EXPECT_EQ(m["state"], "stopped") << "no program ran: one was started hidden and answered";
     EXPECT_EQ(m["stereo"], "2");
@@ -320,8 +323,17 @@ TEST_F(Remote, StatusStartsAHiddenProgramAndQuillctlDrivesIt)
     EXPECT_EQ(test::quillctl("stop", &out), 0);
     EXPECT_EQ(out, "ok\n");
     EXPECT_EQ(status()["state"], "stopped");
+    EXPECT_EQ(test::quillctl("stop", &out), 1) << "nothing is left to stop";
     EXPECT_EQ(test::quillctl("record /nowhere/x.wav 9", &out), 1);
     EXPECT_EQ(out, "failed\n");
+
+    // A recording pauses, goes on and stops as the window's buttons do it.
+    ASSERT_EQ(test::quillctl("record", &out), 0) << out;
+    EXPECT_EQ(status()["state"], "recording");
+    for (auto [command, state] : {std::pair{"pause", "record-paused"}, {"pause", "recording"}, {"stop", "stopped"}}) {
+        EXPECT_EQ(test::quillctl(command, &out), 0) << command;
+        EXPECT_EQ(status()["state"], state) << command;
+    }
     EXPECT_EQ(test::quillctl("step x"), 2);
 }
 
