@@ -2,7 +2,7 @@
 // the skin's screen times the largest zoom that fits the desktop plus the
 // menu strip, what it shows after start is quillctl's own render of "Main",
 // and Ctrl+Minus and Ctrl+Plus pressed through xdotool resize it by one zoom
-// step, a step the next start keeps.
+// step within the desktop, a step the next start keeps.
 #include "tests/app/program_runner.h"
 #include "tests/skinner/drawing_test_support.h"
 #include "tests/support/test_support.h"
@@ -177,6 +177,9 @@ TEST_F(WindowXvfb, WindowShowsMainAtItsZoomAndZoomKeysResizeItForThisAndTheNextS
     ASSERT_EQ((g.height - main->h) % zoom, 0) << g.height;
     const int bar = (g.height - main->h) / zoom;
 
+    // The window fits the desktop, the strip included.
+    EXPECT_GE(g.y, 0);
+    EXPECT_LE(g.y + g.height, kDesktopHeight);
     EXPECT_GT((zoom + 1) * (main->h / zoom + bar), kDesktopHeight) << "a larger zoom fits";
 
     // The live window shows its state where the bare render cannot (the
@@ -202,7 +205,7 @@ TEST_F(WindowXvfb, WindowShowsMainAtItsZoomAndZoomKeysResizeItForThisAndTheNextS
         const char* what;
     } steps[] = {{"ctrl+minus", zoom - 1, "Ctrl+Minus steps down"},
                  {"ctrl+plus", zoom, "Ctrl+Plus steps up"},
-                 {"ctrl+minus", zoom - 1, "Ctrl+Minus steps down again"}};
+                 {"ctrl+plus ctrl+minus", zoom - 1, "Ctrl+Plus past the desktop changes nothing"}};
     for (const auto& step : steps) {
         ASSERT_TRUE(press_until_width(step.keys, step.zoom * main->w / zoom)) << step.what;
         EXPECT_GE(geometry().height, step.zoom * main->h / zoom) << step.what;
