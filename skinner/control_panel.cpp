@@ -26,6 +26,9 @@ ControlPanel::ControlPanel(Container* container, const std::wstring& name, Sourc
         none = container->properties().get_form_picture(template_, L"Background", none);
     background_ = get_picture(L"Background", none);
     inner_->set_rect(position(), size());
+    // A panel the skin hides never hears of a change of its visibility, so its
+    // controls must learn it here, or they would draw and invalidate unseen.
+    inner_->set_shown(is_visible());
 }
 
 ControlPanel::~ControlPanel()
@@ -38,6 +41,7 @@ void ControlPanel::refresh()
     Control::refresh();
     inner_->refresh();
     inner_->set_rect(position(), size());
+    inner_->set_shown(is_visible());
     invalidate();
 }
 

@@ -117,6 +117,8 @@ TEST_F(PanelsTest, ModeButtonShowsOnePanelAtATimeInTurn)
         EXPECT_EQ(form->panel_button().state(), shown);
         for (int i = 0; i < MainForm::kPanels; ++i)
             EXPECT_EQ(form->panel(i).is_visible(), i == shown) << "panel " << i << " after " << click_count;
+        // A hidden panel's meters must not ask for repaints of the screen.
+        EXPECT_EQ(form->levels_panel().vas_bar().is_visible(), shown == 1) << "after " << click_count;
         // By name the command shows the panel the button stands on.
         EXPECT_EQ(form->on_command(L"Panel"), 1);
         EXPECT_TRUE(form->panel(shown).is_visible());
