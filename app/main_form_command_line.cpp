@@ -127,6 +127,8 @@ int MainForm::reload_skin_for_screen()
     properties().change_skin(properties().impl().path(), size);
     if (!properties().check_version(skinner::kAppVersionMark, size))
         os::log() << "main: the skin doesn't fit " << size.x << "x" << size.y << "\n";
+    if (menu_bar_)
+        menu_bar_->reload();
     ChangeFlags changes;
     changes.general = true;
     changes.position = true;

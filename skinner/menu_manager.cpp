@@ -17,16 +17,29 @@ const wchar_t kLook[] = L"MenuBar";
 MenuManagerImpl::MenuManagerImpl(Screen& screen, Properties& properties, Form& form)
     : screen_(screen), properties_(properties), form_(form), font_(properties.scale())
 {
-    height_ = bar_height(properties);
-    background_ = properties.get_form_picture(kLook, L"Background", Picture());
-    item_ = properties.get_form_picture(kLook, L"Item", Picture());
-    item_pressed_ = properties.get_form_picture(kLook, L"ItemPressed", item_);
-    font_ = properties.get_form_font(kLook, L"Normal", font_);
-    normal_ = properties.get_form_color(kLook, L"Normal", Color());
-    disabled_ = properties.get_form_color(kLook, L"Disabled", normal_);
+    read_look();
     if (ControlMenuMain* menu = form_.main_menu())
         menu->set_change_handler([this] { rebuild(); });
     rebuild();
+    screen_.set_strip(this);
+}
+
+void MenuManagerImpl::read_look()
+{
+    height_ = bar_height(properties_);
+    background_ = properties_.get_form_picture(kLook, L"Background", Picture());
+    item_ = properties_.get_form_picture(kLook, L"Item", Picture());
+    item_pressed_ = properties_.get_form_picture(kLook, L"ItemPressed", item_);
+    font_ = properties_.get_form_font(kLook, L"Normal", Font(properties_.scale()));
+    normal_ = properties_.get_form_color(kLook, L"Normal", Color());
+    disabled_ = properties_.get_form_color(kLook, L"Disabled", normal_);
+}
+
+void MenuManagerImpl::reload()
+{
+    read_look();
+    rebuild();
+    // Handing the strip over again fits the window to its new height.
     screen_.set_strip(this);
 }
 

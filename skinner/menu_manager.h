@@ -33,6 +33,9 @@ public:
     static int bar_height(Properties& properties);
     // Reads the entries afresh and repaints the bar.
     void rebuild();
+    // Reads the bar's look again after the skin was reloaded at a new scale
+    // (its height follows the zoom).
+    void reload();
     // The bar's entries as laid out: strip pixels.
     struct Entry {
         MenuRecord record;
@@ -50,6 +53,7 @@ public:
     bool strip_key(SDL_Keycode key) override;
 
 private:
+    void read_look();
     int entry_at(Point point) const;
     // `by_key`: the drop-down lights its first enabled entry.
     void open(int index, bool by_key = false);

@@ -304,6 +304,10 @@ protected:
         EXPECT_EQ(form->size().x, 240 * zoom) << "the main window fills the screen";
         EXPECT_EQ(form->size().y, 320 * zoom);
         EXPECT_EQ(form->clock().size().x, clock_width * zoom);
+        // The menu strip below the screen grows with the zoom as well.
+        int w = 0, h = 0;
+        SDL_GetWindowSize(screen.window(), &w, &h);
+        EXPECT_EQ(h, 320 * zoom + strip_per_zoom * zoom) << "zoom " << zoom;
     }
 
     test::EnvironmentGuard env;
@@ -318,6 +322,7 @@ protected:
     std::unique_ptr<ScreenShell> shell;
     std::unique_ptr<MainForm> form;
     int clock_width = 0;
+    int strip_per_zoom = 0;
 };
 
 // Answers a dialog from the loop it runs, noting whether the window showed.
@@ -353,6 +358,8 @@ TEST_F(ScreenAtStart, HiddenUntilBroughtUpOrADialogWantsAnAnswerAndCtrlPlusOrMin
     EXPECT_TRUE(shell->screen().window_shown());
     settle();
     clock_width = form->clock().size().x;
+    ASSERT_NE(shell->screen().strip(), nullptr);
+    strip_per_zoom = shell->screen().strip()->strip_height() / shell->screen().zoom();
     ASSERT_GT(clock_width, 0);
     expect_zoom(1);
     press(SDLK_MINUS, KMOD_LCTRL);
