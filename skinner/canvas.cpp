@@ -5,6 +5,8 @@
 #include <SDL.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 
 namespace skinner {
@@ -19,6 +21,56 @@ Rect intersect(const Rect& a, const Rect& b)
     if (right <= left || bottom <= top || a.empty() || b.empty())
         return Rect{int32_t(left), int32_t(top), 0, 0};
     return Rect{int32_t(left), int32_t(top), int32_t(right - left), int32_t(bottom - top)};
+}
+
+Rect bounding(const Rect& a, const Rect& b)
+{
+    const int32_t left = std::min(a.x, b.x), top = std::min(a.y, b.y);
+    const int32_t right = std::max(a.x + a.w, b.x + b.w), bottom = std::max(a.y + a.h, b.y + b.h);
+    return {left, top, right - left, bottom - top};
+}
+
+namespace {
+
+bool touch(const Rect& a, const Rect& b)
+{
+    return a.x <= b.x + b.w && b.x <= a.x + a.w && a.y <= b.y + b.h && b.y <= a.y + a.h;
+}
+
+int64_t area(const Rect& r) { return int64_t(r.w) * r.h; }
+
+} // namespace
+
+void add_dirty(std::vector<Rect>& rects, Rect r, size_t limit)
+{
+    // A merge can reach rectangles the smaller one did not: go round again.
+    for (bool merged = true; merged;) {
+        merged = false;
+        for (size_t i = 0; i < rects.size(); ++i) {
+            if (touch(rects[i], r)) {
+                r = bounding(rects[i], r);
+                rects.erase(rects.begin() + std::ptrdiff_t(i));
+                merged = true;
+                break;
+            }
+        }
+    }
+    if (rects.size() < limit || rects.empty()) {
+        rects.push_back(r);
+        return;
+    }
+    size_t best = 0;
+    int64_t best_growth = INT64_MAX;
+    for (size_t i = 0; i < rects.size(); ++i) {
+        const int64_t growth = area(bounding(rects[i], r)) - area(rects[i]);
+        if (growth < best_growth) {
+            best_growth = growth;
+            best = i;
+        }
+    }
+    const Rect grown = bounding(rects[best], r);
+    rects.erase(rects.begin() + std::ptrdiff_t(best));
+    add_dirty(rects, grown, limit);
 }
 
 namespace {

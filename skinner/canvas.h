@@ -33,6 +33,12 @@ struct Rect {
 // The intersection; an empty one is a zero-size rectangle at the corner
 // where it would have begun.
 Rect intersect(const Rect& a, const Rect& b);
+// The smallest rectangle holding both.
+Rect bounding(const Rect& a, const Rect& b);
+// Adds `r` to a list of at most `limit` rectangles: merged with every one it
+// overlaps or touches, else appended, else (the list full) merged with the
+// one whose bounding rectangle grows least.
+void add_dirty(std::vector<Rect>& rects, Rect r, size_t limit);
 
 // What a canvas holds: the surface and the clip stack, whose top is always
 // inside the surface.

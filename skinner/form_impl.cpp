@@ -55,15 +55,7 @@ void FormImpl::invalidate(Point position, Point size)
 {
     if (size.x <= 0 || size.y <= 0)
         return;
-    Rect r{position.x, position.y, size.x, size.y};
-    if (dirty_.empty()) {
-        dirty_ = r;
-    } else {
-        int32_t left = std::min(dirty_.x, r.x), top = std::min(dirty_.y, r.y);
-        int32_t right = std::max(dirty_.x + dirty_.w, r.x + r.w);
-        int32_t bottom = std::max(dirty_.y + dirty_.h, r.y + r.h);
-        dirty_ = {left, top, right - left, bottom - top};
-    }
+    add_dirty(dirty_, {position.x, position.y, size.x, size.y}, kMaxDirty);
     if (Screen* screen = Screen::instance())
         screen->request_paint();
 }
@@ -87,15 +79,21 @@ Rect FormImpl::paint()
         if (!back_buffer_)
             return {};
         SDL_FillRect(back_buffer_.get(), nullptr, kGapColour);
-        dirty_ = {0, 0, size.x, size.y};
+        dirty_.assign(1, Rect{0, 0, size.x, size.y});
     }
-    Rect painted = intersect(dirty_, {0, 0, size.x, size.y});
-    dirty_ = {};
-    if (painted.empty())
-        return {};
-    Canvas canvas(back_buffer_.get(), {painted.x, painted.y}, {painted.w, painted.h});
-    form_->background().draw(canvas, {0, 0}, size);
-    form_->paint(canvas, {painted.x, painted.y}, {painted.w, painted.h});
+    const Rect whole{0, 0, size.x, size.y};
+    std::vector<Rect> dirty;
+    dirty.swap(dirty_);
+    Rect painted;
+    for (const Rect& d : dirty) {
+        Rect part = intersect(d, whole);
+        if (part.empty())
+            continue;
+        Canvas canvas(back_buffer_.get(), {part.x, part.y}, {part.w, part.h});
+        form_->background().draw(canvas, {0, 0}, size);
+        form_->paint(canvas, {part.x, part.y}, {part.w, part.h});
+        painted = painted.empty() ? part : bounding(painted, part);
+    }
     return painted;
 }
 

@@ -26,15 +26,17 @@ public:
     ~FormImpl();
     void set_form(Form* form) { form_ = form; }
 
-    // Unites the rectangle with the dirty one and asks the screen to paint.
+    // Adds the rectangle to the dirty ones and asks the screen to paint.
+    // Rectangles far apart (a clock at the top, a lamp at the bottom) stay
+    // apart, so a tick repaints what changed rather than everything between.
     void invalidate(Point position, Point size);
     // Drops the back buffer; everything is dirty.
     void invalidate_all();
     // Paints what is dirty into the back buffer (made at the form's size when
-    // missing, first filled with a glaring yellow so that gaps show).
+    // missing, first filled with a glaring yellow so that gaps show); the
+    // rectangle holding all that was painted.
     Rect paint();
     SDL_Surface* back_buffer() const { return back_buffer_.get(); }
-    Rect dirty() const { return dirty_; }
 
     // Pointer and keys as the screen delivers them, in form pixels.
     void pointer_down(int button, Point point, int flags);
@@ -58,7 +60,8 @@ private:
     bool held_[3] = {false, false, false};
     int flags_[3] = {0, 0, 0};
     Point last_pointer_;
-    Rect dirty_;
+    static constexpr size_t kMaxDirty = 8;
+    std::vector<Rect> dirty_;
     Surface back_buffer_;
     std::map<int, std::unique_ptr<FormTimer>> timers_;
     std::vector<std::unique_ptr<FormTimer>> dead_timers_;

@@ -119,3 +119,24 @@ TEST(Canvas, RefusesSurfacesOfAnotherLayout)
     SDL_FreeSurface(abgr);
     SDL_FreeSurface(xrgb);
 }
+
+TEST(Canvas, DirtyRectanglesFarApartStayApartAndTheListKeepsItsLimit)
+{
+    std::vector<Rect> dirty;
+    add_dirty(dirty, {0, 0, 10, 10}, 3);
+    add_dirty(dirty, {100, 100, 10, 10}, 3);
+    EXPECT_EQ(dirty.size(), 2u) << "a clock and a lamp apart are painted apart";
+    // Touching the first merges with it only.
+    add_dirty(dirty, {10, 0, 5, 5}, 3);
+    ASSERT_EQ(dirty.size(), 2u);
+    EXPECT_EQ(dirty[1], (Rect{0, 0, 15, 10}));
+    // One that bridges both pulls them into one.
+    add_dirty(dirty, {5, 5, 100, 100}, 3);
+    ASSERT_EQ(dirty.size(), 1u);
+    EXPECT_EQ(dirty[0], (Rect{0, 0, 110, 110}));
+    // Full: the newcomer joins the nearest, and the count stays at the limit.
+    dirty = {{0, 0, 10, 10}, {200, 0, 10, 10}, {400, 0, 10, 10}};
+    add_dirty(dirty, {390, 20, 5, 5}, 3);
+    ASSERT_EQ(dirty.size(), 3u);
+    EXPECT_EQ(dirty.back(), (Rect{390, 0, 20, 25}));
+}
