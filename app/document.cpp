@@ -251,7 +251,7 @@ bool Document::play_file(const std::wstring& path)
     std::vector<playlist::PlaylistEntry> items;
     // A sound file is found by content before a list is tried: the last of
     // the list readers takes any text as a list of paths.
-    if (audio::create_play_chain(path, nullptr)) {
+    if (is_sound(path)) {
         playlist::PlaylistEntry one;
         one.path = path;
         items.push_back(one);
@@ -268,6 +268,18 @@ bool Document::play_file(const std::wstring& path)
     }
     set_playlist(path, std::move(items), 0, false);
     return play_item(play_order_.current(), 0);
+}
+
+bool Document::is_sound(const std::wstring& path)
+{
+    if (audio::create_play_chain(path, nullptr))
+        return true;
+    // The media service holds one file at a time: the one playing through it
+    // lets go, or no other file of its kind (nor the same again) could start.
+    if (!play_chain_ || play_chain_->get_format() != std::wstring(audio::kFormatWMA))
+        return false;
+    drop_chain();
+    return audio::create_play_chain(path, nullptr) != nullptr;
 }
 
 bool Document::play_current()

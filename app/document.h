@@ -243,6 +243,8 @@ private:
     // Pauses a recording after a silence, resumes it at the sound.
     void voice_activation();
     void drop_chain();
+    // Whether `path` opens as sound; may close a media-service item to look.
+    bool is_sound(const std::wstring& path);
     // Ends the current item and picks the next one by the mode.
     void end_of_item();
     // True while the device still sounds what was read before the end.

@@ -406,3 +406,19 @@ TEST_F(DocumentTest, RemovedFilePlaysOnAndATruncatedOneEndsAtTheCut)
 }
 
 } // namespace
+
+TEST_F(DocumentTest, AWindowsMediaFileHandedOverAgainWhilePlayingStartsAgain)
+{
+    // The media service opens one file at a time; the Document must let the
+    // playing one go before it looks at the next.
+    const std::wstring wma = w(test::one_media("wma2_mono_22050.wma"));
+    Document d(w(dir / "settings.xml"));
+    ASSERT_TRUE(d.play_file(wma));
+    ASSERT_TRUE(d.pause());
+    ASSERT_TRUE(d.play_file(wma)) << "the same file again";
+    EXPECT_TRUE(d.is_playing());
+    EXPECT_FALSE(d.is_paused());
+    const std::wstring other = w(test::one_media("wma_stereo_44100.wma"));
+    ASSERT_TRUE(d.play_file(other)) << "another of its kind";
+    EXPECT_EQ(d.current_path(), other);
+}
