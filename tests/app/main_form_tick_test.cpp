@@ -67,7 +67,10 @@ TEST_F(MainFormTest, ClockAndBarShowTheTimeHeardMetersTheLevelAndPlayingHoldsOff
     const double wall = seconds();
     const double device = static_cast<double>(fs::file_size(out)) / (2 * 22050);
     const double shown = form->position_bar().value() * kLength;
-    EXPECT_NEAR(shown - shown_then, wall - wall_then, 0.2);
+    // The disk device paces itself by sleeping, and falls behind the wall
+    // clock on a loaded machine: what it took is the measure of what was
+    // heard, the wall clock only a rough one.
+    EXPECT_NEAR(shown - shown_then, wall - wall_then, 0.5);
     EXPECT_NEAR(shown, device, 0.2) << "the reader is " << document->time_position() << " s in";
     EXPECT_GT(document->time_position() - shown, 0.5) << "the reader runs ahead";
     EXPECT_EQ(form->clock().text(), ControlClock::format(shown));
