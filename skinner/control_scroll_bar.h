@@ -25,6 +25,8 @@ public:
         void on_left_down(Point point, int flags) override;
         void on_left_up(Point point, int flags) override;
         void on_mouse_move(Point point, int flags) override;
+        // The form's timers still reach the button as any control's do.
+        using ControlButton::on_timer;
         void on_timer(liba::Timer& timer) override;
         void refresh() override;
         int repeat_ms() const { return repeat_ms_; }
