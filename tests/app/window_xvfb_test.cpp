@@ -21,35 +21,6 @@ namespace {
 constexpr int kDesktopWidth = 1280;
 constexpr int kDesktopHeight = 1024;
 
-// Xvfb on a display it picks itself (-displayfd), ended with the object.
-class XServer {
-public:
-    XServer()
-    {
-        const fs::path number = dir_ / "display";
-        pid_ = std::atoi(test::run_out("Xvfb -displayfd 3 -screen 0 " + std::to_string(kDesktopWidth) + "x" +
-                                       std::to_string(kDesktopHeight) + "x24 -nolisten tcp 3>'" + number.string() +
-                                       "' >/dev/null 2>&1 & echo $!")
-                             .c_str());
-        // The number comes once the server accepts clients.
-        std::string text;
-        if (test::wait_for([&] { return (text = test::read_file(number)).find('\n') != std::string::npos; }, 10000))
-            display_ = ":" + text.substr(0, text.find('\n'));
-    }
-    ~XServer()
-    {
-        // The shell that started it has gone: it is not our child to wait for.
-        if (pid_ > 0 && ::kill(pid_, SIGTERM) == 0)
-            test::wait_for([&] { return ::kill(pid_, 0) != 0; }, 5000);
-    }
-    const std::string& display() const { return display_; }
-
-private:
-    test::TempDir dir_;
-    pid_t pid_ = -1;
-    std::string display_;
-};
-
 struct Geometry {
     int x = 0, y = 0, width = 0, height = 0;
 };
@@ -132,7 +103,7 @@ protected:
         return drawing_test::ffmpeg_decode(png);
     }
 
-    XServer server;
+    test::XServer server{std::to_string(kDesktopWidth) + "x" + std::to_string(kDesktopHeight) + "x24"};
     test::PrivateHome home;
     test::TempDir scratch;
     test::Process program;
