@@ -5,8 +5,8 @@
 #include <array>
 #include <cstddef>
 
-// What the SDL capture and playback devices share: the spec they open with,
-// and the ring of caller-owned buffers lent to them.
+// What the SDL capture and playback devices share: the SDL_AudioSpec they
+// open with, and the ring of caller-owned buffers lent to them.
 // Threads: sdl_audio_spec on the device owner's thread; a BufferRing only
 // under its device's lock (owner's thread and SDL's callback thread). Sizes
 // are in bytes.
